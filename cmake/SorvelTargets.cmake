@@ -1,0 +1,52 @@
+# Every library and program of this project is declared through these functions, so that language level,
+# warnings and sanitizers are the same everywhere and stay out of a user's own build.
+
+include(GNUInstallDirs)
+
+function(sorvel_options target)
+  target_compile_features(${target} PUBLIC cxx_std_20)
+  set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow
+    $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor>
+    $<$<BOOL:${SORVEL_WERROR}>:-Werror>
+    # g++ 12 sees overlapping copies in every inlined std::string concatenation (its bug 105651).
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
+  if(SORVEL_SANITIZE)
+    target_compile_options(${target} PRIVATE -fsanitize=${SORVEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+    target_link_options(${target} PUBLIC -fsanitize=${SORVEL_SANITIZE})
+  endif()
+endfunction()
+
+# sorvel_library(payload SOURCES a.cpp b.cpp HEADERS a.hpp b.hpp)
+# makes the target sorvel_payload, includable as "payload/a.hpp". HEADERS are the ones that get installed.
+function(sorvel_library folder)
+  cmake_parse_arguments(arg "" "" "SOURCES;HEADERS" ${ARGN})
+  set(target sorvel_${folder})
+  add_library(${target} ${arg_SOURCES} ${arg_HEADERS})
+  add_library(sorvel::${folder} ALIAS ${target})
+  sorvel_options(${target})
+  set_target_properties(${target} PROPERTIES EXPORT_NAME ${folder} VERSION ${PROJECT_VERSION} SOVERSION 0)
+  target_include_directories(${target} PUBLIC
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/sorvel>)
+  set_property(GLOBAL APPEND PROPERTY SORVEL_LIBRARIES ${target})
+  foreach(header ${arg_HEADERS})
+    install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/sorvel/${folder})
+  endforeach()
+endfunction()
+
+# sorvel_program(name SOURCES a.cpp LIBRARIES sorvel_modem)
+function(sorvel_program target)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
+  add_executable(${target} ${arg_SOURCES})
+  sorvel_options(${target})
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${target} PRIVATE ${arg_LIBRARIES})
+endfunction()
+
+# sorvel_tests(modem SOURCES a_test.cpp LIBRARIES sorvel_modem) makes sorvel_modem_tests and registers its tests.
+function(sorvel_tests folder)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
+  set(target sorvel_${folder}_tests)
+  sorvel_program(${target} SOURCES ${arg_SOURCES} LIBRARIES ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
+  gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST TEST_PREFIX ${folder}. PROPERTIES TIMEOUT 300)
+endfunction()
