@@ -1,0 +1,119 @@
+#include "modem/ggwave.h"
+
+#include <cmath>
+
+namespace {
+
+bool isRow(ggwave_ProtocolId id) { return id >= 0 && id < GGWAVE_PROTOCOL_COUNT; }
+
+/// The largest `value` of an enabled row, or `start`.
+template <class Value>
+int largest(const GGWave::Protocols& protocols, int start, Value value) {
+    for (const GGWave::Protocol& row : protocols) {
+        if (row.enabled) start = std::max(start, value(row));
+    }
+    return start;
+}
+
+} // namespace
+
+GGWave::Protocols& GGWave::Protocols::kDefault() {
+    static bool isInitialised = false;
+    static Protocols table;
+    if (!isInitialised) {
+        table[GGWAVE_PROTOCOL_DT_CUSTOM] = {.name = "[s] dt custom",
+                                            .freqStart = 384,
+                                            .framesPerTx = 9,
+                                            .bytesPerTx = 1,
+                                            .extra = 1,
+                                            .enabled = true};
+        isInitialised = true;
+    }
+    return table;
+}
+
+GGWave::Protocols& GGWave::Protocols::rx() {
+    static Protocols table = kDefault();
+    return table;
+}
+
+GGWave::Protocols& GGWave::Protocols::tx() {
+    static Protocols table = kDefault();
+    return table;
+}
+
+void GGWave::Protocols::enableAll() {
+    for (Protocol& row : *this) {
+        if (row.name != nullptr) row.enabled = true;
+    }
+}
+
+void GGWave::Protocols::disableAll() {
+    for (Protocol& row : *this) row.enabled = false;
+}
+
+void GGWave::Protocols::only(ggwave_ProtocolId id) {
+    disableAll();
+    toggle(id, true);
+}
+
+void GGWave::Protocols::toggle(ggwave_ProtocolId id, bool state) {
+    if (isRow(id)) (*this)[static_cast<std::size_t>(id)].enabled = state;
+}
+
+int GGWave::minFreqStart(const Protocols& protocols) const {
+    int result = m_samplesPerFrame;
+    for (const Protocol& row : protocols) {
+        if (row.enabled) result = std::min<int>(result, row.freqStart);
+    }
+    return result;
+}
+
+int GGWave::minBytesPerTx(const Protocols& protocols) const {
+    int result = 1;
+    for (const Protocol& row : protocols) {
+        if (row.enabled) result = std::min<int>(result, row.bytesPerTx);
+    }
+    return result;
+}
+
+int GGWave::maxBytesPerTx(const Protocols& protocols) const {
+    return largest(protocols, 1, [](const Protocol& row) { return int{row.bytesPerTx}; });
+}
+
+int GGWave::maxFramesPerTx(const Protocols& protocols, bool excludeMT) const {
+    return largest(protocols, 0, [excludeMT](const Protocol& row) {
+        return excludeMT && row.extra > 1 ? 0 : row.framesPerTx * row.extra;
+    });
+}
+
+int GGWave::maxTonesPerTx(const Protocols& protocols) const {
+    return largest(protocols, 1,
+                   [](const Protocol& row) { return row.extra == 0 ? 0 : 2 * row.bytesPerTx / row.extra; });
+}
+
+float GGWave::bitFreq(const Protocol& protocol, int bit) const {
+    // Fused, not a * b + c: every compiler and processor must give the same tone.
+    return std::fma(m_hzPerSample, static_cast<float>(protocol.freqStart),
+                    m_freqDelta_hz * static_cast<float>(bit));
+}
+
+void ggwave_rxToggleProtocol(ggwave_ProtocolId protocolId, int state) {
+    GGWave::Protocols::rx().toggle(protocolId, state != 0);
+}
+
+void ggwave_txToggleProtocol(ggwave_ProtocolId protocolId, int state) {
+    GGWave::Protocols::tx().toggle(protocolId, state != 0);
+}
+
+void ggwave_rxProtocolSetFreqStart(ggwave_ProtocolId protocolId, int freqStart) {
+    if (!isRow(protocolId)) return;
+    GGWave::Protocols::rx()[static_cast<std::size_t>(protocolId)].freqStart =
+        static_cast<std::int16_t>(freqStart);
+}
+
+void ggwave_txProtocolSetFreqStart(ggwave_ProtocolId protocolId, int freqStart) {
+    if (!isRow(protocolId)) return;
+    GGWave::Protocols::tx()[static_cast<std::size_t>(protocolId)].freqStart =
+        static_cast<std::int16_t>(freqStart);
+}

@@ -1,0 +1,158 @@
+#include "modem/dss.hpp"
+#include "modem/ggwave.h"
+#include "modem/rs.hpp"
+
+#include <cmath>
+
+// Payloads of a length that both sides know carry no markers. After every frame the receiver looks at the
+// last frames that a whole transmission would span, takes the loudest tone of each group of 16 bins in each
+// frame, and lets the frames of a chunk vote. Only when enough nibbles won a majority is the error correction
+// asked.
+
+namespace {
+
+constexpr int kTonesPerNibble = 16;
+constexpr double kNibblesNeeded = 0.75; // share of the nibbles that must have won their chunk
+
+/// The power relative to `scale`, rounded half away from zero, 0 to 255. Not a number is silence.
+std::uint8_t quantised(float power, float scale) {
+    const float value = scale * power;
+    if (!(value >= 0.5F)) return 0;
+    return value >= 254.5F ? 255 : static_cast<std::uint8_t>(value + 0.5F);
+}
+
+/// Index of the largest of 16 bins from `base` on; of equal ones the last. Bins outside the row are silent.
+int loudestTone(std::span<const std::uint8_t> row, int base) {
+    int tone = 0;
+    std::uint8_t most = 0;
+    for (int t = 0; t < kTonesPerNibble; ++t) {
+        const auto bin = static_cast<std::size_t>(base + t);
+        const std::uint8_t level = bin < row.size() ? row[bin] : std::uint8_t{0};
+        if (level >= most) {
+            most = level;
+            tone = t;
+        }
+    }
+    return tone;
+}
+
+struct Span {
+    int bytes;  // payload and parity
+    int chunks; // steps of framesPerTx frames
+    int frames;
+};
+
+Span spanOf(const GGWave::Protocol& protocol, int payloadLength) {
+    const int bytes = payloadLength + getECCBytesForLength(payloadLength);
+    const int chunks = protocol.extra * ((bytes + protocol.bytesPerTx - 1) / protocol.bytesPerTx);
+    return {bytes, chunks, chunks * protocol.framesPerTx};
+}
+
+} // namespace
+
+void GGWave::decode_fixed() {
+    m_hasNewSpectrum = true;
+    const int spf = m_samplesPerFrame;
+    analyseFrame(m_sampleAmplitude.span().first(static_cast<std::size_t>(spf)));
+
+    float loudest = 0.0F;
+    for (int i = std::max(1, m_minFreqStart); i < spf / 2; ++i) {
+        if (m_sampleSpectrum[i] > loudest) loudest = m_sampleSpectrum[i];
+    }
+    const int rows = m_spectrumHistoryFixed.rows();
+    if (rows == 0) return;
+    const float scale = loudest == 0.0F ? 255.0F : 255.0F / loudest;
+    ggvector<std::uint8_t> row = m_spectrumHistoryFixed[m_historyRowFixed];
+    for (int i = 0; i < spf; ++i) row[i] = quantised(m_sampleSpectrum[i], scale);
+    m_historyRowFixed = (m_historyRowFixed + 1) % rows;
+
+    for (ggwave_ProtocolId id = 0; id < GGWAVE_PROTOCOL_COUNT; ++id) {
+        const Protocol& protocol = m_rxProtocols[static_cast<std::size_t>(id)];
+        if (!fitsReceiver(protocol) || !detectTones(protocol)) continue;
+
+        const Span span = spanOf(protocol, m_payloadLength);
+        for (int j = 0; j < span.bytes; ++j)
+            m_dataEncoded[j] =
+                static_cast<std::uint8_t>(m_detectedBins[2 * j] | m_detectedBins[2 * j + 1] << 4);
+        RS::ReedSolomon code(static_cast<std::uint8_t>(m_payloadLength),
+                             static_cast<std::uint8_t>(span.bytes - m_payloadLength), m_workRSData.data());
+        if (code.DecodeBlock(m_dataEncoded.data(), m_dataEncoded.data() + m_payloadLength, m_rxData.data()) !=
+            0)
+            continue;
+        deliver(id, m_payloadLength);
+        return;
+    }
+}
+
+/// Whether a row is one to search for, and within what the working block was laid out for: rows can be
+/// changed in the instance's table after its preparation.
+bool GGWave::fitsReceiver(const Protocol& protocol) const {
+    if (!protocol.enabled || protocol.freqStart > m_samplesPerFrame || protocol.freqStart < 0) return false;
+    if (protocol.framesPerTx < 1 || protocol.bytesPerTx < 1 || protocol.extra < 1 || protocol.extra > 2)
+        return false;
+    return 32 * protocol.bytesPerTx <= m_detectedTones.size() &&
+           spanOf(protocol, m_payloadLength).frames <= m_spectrumHistoryFixed.rows();
+}
+
+/// Fills m_detectedBins with the nibbles, low before high, of a transmission that ends at the newest frame.
+///
+/// @return whether enough of them are clear
+bool GGWave::detectTones(const Protocol& protocol) {
+    const Span span = spanOf(protocol, m_payloadLength);
+    const int rows = m_spectrumHistoryFixed.rows();
+    const int majority = protocol.framesPerTx / 2;
+    int row = m_historyRowFixed - span.frames;
+    if (row < 0) row += rows;
+
+    m_detectedBins.zero();
+    int detected = 0, total = 0;
+    for (int chunk = 0; chunk < span.chunks; ++chunk) {
+        const int firstByte = chunk / protocol.extra * protocol.bytesPerTx;
+        const int bytes = std::min<int>(protocol.bytesPerTx, span.bytes - firstByte);
+        if (chunk % protocol.extra == 0) m_detectedTones.zero(32 * protocol.bytesPerTx);
+        for (int frame = 0; frame < protocol.framesPerTx; ++frame) {
+            voteFrame(protocol, m_spectrumHistoryFixed[row].span(), chunk, bytes);
+            if (++row == rows) row = 0;
+        }
+        if (protocol.extra > 1 && chunk % protocol.extra == 0) continue; // the high nibbles are still to come
+
+        for (int b = 0; b < bytes; ++b) {
+            for (int nibble = 0; nibble < 2; ++nibble) {
+                const std::uint8_t* const votes = m_detectedTones.data() + 32 * b + kTonesPerNibble * nibble;
+                for (int tone = 0; tone < kTonesPerNibble; ++tone) {
+                    if (votes[tone] <= majority) continue;
+                    m_detectedBins[2 * (firstByte + b) + nibble] = static_cast<std::uint8_t>(tone);
+                    ++detected;
+                }
+            }
+            total += 2;
+        }
+    }
+    return total * kNibblesNeeded <= detected;
+}
+
+/// Adds one frame's loudest tones to the votes: both nibbles at once where tones sound together; otherwise
+/// low nibbles in the first step of a byte and high ones in its last, from the same bins.
+void GGWave::voteFrame(const Protocol& protocol, std::span<const std::uint8_t> row, int chunk, int bytes) {
+    const bool isLow = chunk % protocol.extra == 0;
+    const bool isHigh = (chunk + 1) % protocol.extra == 0;
+    for (int b = 0; b < bytes; ++b) {
+        const int base = protocol.freqStart + 32 * b;
+        const int low = loudestTone(row, base);
+        const int high = protocol.extra == 1 ? loudestTone(row, base + kTonesPerNibble) : low;
+        if (isLow) ++m_detectedTones[32 * b + low];
+        if (isHigh) ++m_detectedTones[32 * b + kTonesPerNibble + high];
+    }
+}
+
+/// Announces `length` decoded bytes in m_rxData.
+void GGWave::deliver(ggwave_ProtocolId id, int length) {
+    if (m_isDSSEnabled) {
+        for (int i = 0; i < length; ++i)
+            m_rxData[i] = sorvel::detail::spread(m_rxData[i], static_cast<std::size_t>(i));
+    }
+    m_hasNewRxData = true;
+    m_rxDataLength = length;
+    m_rxProtocol = m_rxProtocols[static_cast<std::size_t>(id)];
+    m_rxProtocolId = id;
+}

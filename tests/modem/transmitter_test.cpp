@@ -1,0 +1,210 @@
+#include "tests/support/log_capture.hpp"
+#include "tests/support/slow_rs.hpp"
+#include "tests/support/transmissions.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <numbers>
+
+using testing::HasSubstr;
+
+namespace {
+
+constexpr int kFrame = 1024;
+
+ggwave_Parameters sending(int payloadLength, int mode = GGWAVE_OPERATING_MODE_TX) {
+    ggwave_Parameters parameters = fixedLength(payloadLength);
+    parameters.operatingMode = mode;
+    return parameters;
+}
+
+/// Amplitude of the sine in bin `bin` over one frame, by direct correlation.
+double toneLevel(std::span<const float> frame, int bin) {
+    double re = 0, im = 0;
+    for (std::size_t i = 0; i < frame.size(); ++i) {
+        const double angle =
+            2 * std::numbers::pi * bin * static_cast<double>(i) / static_cast<double>(frame.size());
+        re += static_cast<double>(frame[i]) * std::cos(angle);
+        im += static_cast<double>(frame[i]) * std::sin(angle);
+    }
+    return 2 * std::hypot(re, im) / static_cast<double>(frame.size());
+}
+
+struct TxTables : testing::Test {
+    ~TxTables() override { GGWave::Protocols::tx() = GGWave::Protocols::kDefault(); }
+    static void only(GGWave::Protocol row, int id = 7) {
+        row.enabled = true;
+        GGWave::Protocols::tx().disableAll();
+        GGWave::Protocols::tx()[static_cast<std::size_t>(id)] = row;
+    }
+};
+using Transmitter = TxTables;
+
+TEST_F(Transmitter, SoundsBothNibblesOfEachCodedByteForNineFrames) {
+    const std::string payload("\x12\xEF\x00\x80 acme\n", 10);
+    GGWave modem(sending(13));
+    const Samples sound = transmission(modem, payload, 50);
+    ASSERT_EQ(sound.size(), 153U * kFrame);
+
+    std::vector<std::uint8_t> word(13, 0);
+    std::copy(payload.begin(), payload.end(), word.begin());
+    word = slow_rs::encode(word, 4);
+    for (int byte = 0; byte < 17; ++byte) {
+        const auto middle =
+            std::span(sound).subspan(static_cast<std::size_t>((byte * 9 + 4) * kFrame), kFrame);
+        const int low = 384 + (word[static_cast<std::size_t>(byte)] & 15);
+        const int high = 400 + (word[static_cast<std::size_t>(byte)] >> 4);
+        for (int bin = 380; bin < 420; ++bin) // two tones share the volume; orthogonal to all other bins
+            EXPECT_NEAR(toneLevel(middle, bin), bin == low || bin == high ? 0.25 : 0.0, 1e-4)
+                << byte << " " << bin;
+        const auto tones = modem.txTones();
+        EXPECT_EQ(tones[3 * byte], low - 384);
+        EXPECT_EQ(tones[3 * byte + 1], high - 384);
+        EXPECT_EQ(tones[3 * byte + 2], 255);
+    }
+    EXPECT_EQ(modem.txTones().size(), 3 * 17);
+}
+
+TEST_F(Transmitter, RampsEachToneOverFifteenPercentAtBothEnds) {
+    const Samples sound = transmission(std::string_view("\0\0\0", 3)); // the same two tones throughout
+    GGWave reference(sending(13));
+    const double span = 9 * kFrame;
+    for (const double position : {0.0, 0.05, 0.1, 0.2, 0.5, 0.8, 0.9, 0.97}) {
+        // Against the closed form: tones 0 and 16, phases 0 and pi, pairs 0 and 8 of 16.
+        const int i = static_cast<int>(position * span);
+        const double ramp = std::min({1.0, i / (0.15 * span), (span - i) / (0.15 * span)});
+        const double turn = 2 * std::numbers::pi * i / kFrame;
+        const double expected =
+            0.5 * ramp * (std::sin(turn * 384) + std::sin(turn * 400 + std::numbers::pi)) / 2;
+        EXPECT_NEAR(static_cast<double>(sound[static_cast<std::size_t>(i)]), expected, 2e-6) << position;
+    }
+}
+
+TEST_F(Transmitter, FramesMessagesWithMarkersAndACodedLength) {
+    GGWave modem(sending(-1));
+    const Samples sound = transmission(modem, "hello");
+    ASSERT_EQ(sound.size(), (16U + 12U * 9U + 16U) * kFrame);
+    for (const bool isStart : {true, false}) {
+        const auto frame = std::span(sound).subspan((isStart ? 8U : 16U + 108U + 8U) * kFrame, kFrame);
+        for (int bit = 0; bit < 16; ++bit) {
+            const int loud = 384 + 2 * bit + (isStart ? bit % 2 : 1 - bit % 2);
+            EXPECT_NEAR(toneLevel(frame, loud), 0.5 / 16, 1e-4);
+            EXPECT_NEAR(toneLevel(frame, loud ^ 1), 0.0, 1e-4);
+        }
+    }
+    const auto length = slow_rs::encode({5}, 2);
+    const auto frame =
+        std::span(sound).subspan((16U + 9U + 4U) * kFrame, kFrame); // the length's first parity byte
+    EXPECT_GT(toneLevel(frame, 384 + (length[1] & 15)), 0.2);
+    EXPECT_GT(toneLevel(frame, 400 + (length[1] >> 4)), 0.2);
+}
+
+TEST_F(Transmitter, GivesTheSameSamplesInEveryFormat) {
+    const Samples exact = transmission("hello", fixedLength(), 90);
+    for (const int format : {1, 2, 3, 4}) {
+        ggwave_Parameters parameters = sending(13);
+        parameters.sampleFormatOut = format;
+        GGWave modem(parameters);
+        ASSERT_TRUE(modem.init("hello", 12, 90));
+        ASSERT_EQ(modem.encode(), exact.size() * static_cast<std::size_t>(modem.sampleSizeOut()));
+        const auto* raw = static_cast<const std::uint8_t*>(modem.txWaveform());
+        for (std::size_t i = 0; i < exact.size(); ++i) { // truncated towards zero, unsigned from -1
+            const float x = exact[i];
+            std::int16_t wide = 0;
+            std::memcpy(&wide, raw + (format > 2 ? 2 * i : 0), 2);
+            const int value = format == 1   ? raw[i]
+                              : format == 2 ? static_cast<std::int8_t>(raw[i])
+                              : format == 3 ? static_cast<std::uint16_t>(wide)
+                                            : wide;
+            const float expected = format == 1   ? (x + 1) * 128
+                                   : format == 2 ? x * 128
+                                   : format == 3 ? (x + 1) * 32768
+                                                 : x * 32768;
+            ASSERT_EQ(value, static_cast<int>(expected)) << format << " " << i;
+        }
+        ggvector<short> amplitude;
+        ASSERT_TRUE(modem.txTakeAmplitudeI16(amplitude));
+        EXPECT_EQ(amplitude.size(), static_cast<int>(exact.size()));
+        EXPECT_FALSE(modem.txTakeAmplitudeI16(amplitude));
+    }
+}
+
+TEST_F(Transmitter, ResamplesTheWholeWaveformWithinItsPrediction) {
+    const Samples exact = transmission("hello");
+    for (const float rate : {44100.0F, 96000.0F, 50000.0F, 24000.0F}) {
+        ggwave_Parameters parameters = sending(13);
+        parameters.sampleRateOut = rate;
+        GGWave modem(parameters);
+        ASSERT_TRUE(modem.init("hello", 12, 50));
+        const auto predicted = modem.encodeSize_samples();
+        const Samples sound = transmission(modem, "hello");
+        const double expected = 153.0 * kFrame * static_cast<double>(rate) / 48000.0;
+        EXPECT_LE(sound.size(), predicted);
+        EXPECT_NEAR(static_cast<double>(sound.size()), expected, 2.0) << rate;
+        if (rate != 96000.0F) continue;
+        // At twice the rate every other sample is one of the original, 136 input samples late.
+        for (std::size_t i = 0; i + 136 < exact.size(); ++i)
+            ASSERT_NEAR(sound[2 * (i + 136)], exact[i], 2e-5) << i;
+    }
+}
+
+TEST_F(Transmitter, SendsMonoTonesOneNibbleAtATime) {
+    only({.name = "mt", .freqStart = 384, .framesPerTx = 6, .bytesPerTx = 1, .extra = 2});
+    LogCapture log;
+    GGWave modem(sending(3));
+    const Samples sound = transmission(modem, "\x4B\x5C\x6D", 50, 7);
+    ASSERT_EQ(sound.size(), 5U * 2 * 6 * kFrame);
+    EXPECT_THAT(log.take(),
+                HasSubstr("tone list")); // planned for one tone a byte; the waveform does not need it
+    const std::array nibbles{0xB, 0x4, 0xC, 0x5, 0xD, 0x6};
+    for (std::size_t step = 0; step < nibbles.size(); ++step)
+        EXPECT_NEAR(toneLevel(std::span(sound).subspan((step * 6 + 3) * kFrame, kFrame), 384 + nibbles[step]),
+                    0.5, 1e-4);
+
+    GGWave variable(sending(-1));
+    EXPECT_FALSE(variable.init("abc", 7, 50));
+    EXPECT_EQ(log.take(), "Mono-tone protocols with variable length are not supported\n");
+}
+
+TEST_F(Transmitter, MakesTonesOnlyWhenThatIsAsked) {
+    GGWave modem(sending(13, GGWAVE_OPERATING_MODE_TX | GGWAVE_OPERATING_MODE_TX_ONLY_TONES));
+    ASSERT_TRUE(modem.init("hello", 12, 50));
+    EXPECT_EQ(modem.encode(), 1U);
+    EXPECT_EQ(modem.txTones().size(), 51);
+    EXPECT_EQ(modem.txWaveform(), nullptr);
+    EXPECT_FALSE(modem.txHasData());
+}
+
+TEST_F(Transmitter, DescribesWhatItRefusesAndDropsWhatWasQueued) {
+    LogCapture log;
+    GGWave modem(sending(13));
+    const auto refused = [&](int id, int volume, const char* line) {
+        EXPECT_TRUE(modem.init("queued", 12, 50));
+        EXPECT_FALSE(modem.init("hello", id, volume));
+        EXPECT_EQ(log.take(), line);
+    };
+    refused(12, 101, "Invalid volume: 101\n");
+    refused(12, -1, "Invalid volume: -1\n");
+    refused(22, 50, "Invalid protocol ID: 22\n");
+    refused(-1, 50, "Invalid protocol ID: -1\n");
+    refused(3, 50, "Protocol 3 is not enabled - make sure to enable it before creating the instance\n");
+    EXPECT_EQ(modem.encode(), 0U);
+    EXPECT_FALSE(modem.init(-1, "x", 12, 50));
+    EXPECT_EQ(log.take(), "Negative data size: -1\n");
+    EXPECT_FALSE(modem.init(std::string(150, 'x').c_str(), 12, 101));
+    EXPECT_EQ(log.take(), "Truncating data from 150 to 13 bytes\nInvalid volume: 101\n");
+
+    GGWave receiver(sending(13, GGWAVE_OPERATING_MODE_RX));
+    EXPECT_TRUE(receiver.init("hello", 12, 50));
+    EXPECT_EQ(receiver.encode(), 0U);
+    const std::string disabled = "Tx is disabled - cannot transmit data with this GGWave instance\n";
+    EXPECT_EQ(log.take(), disabled + disabled);
+
+    GGWave longest(sending(184)); // 184 + 72 bytes fill no code word of 255
+    EXPECT_TRUE(longest.init("x", 12, 50));
+    EXPECT_EQ(longest.encodeSize_samples(), 0U);
+    EXPECT_EQ(longest.encode(), 0U);
+    EXPECT_THAT(log.take(), HasSubstr("255 bytes of a code word"));
+}
+
+} // namespace
