@@ -166,7 +166,7 @@ bool GGWave::prepare(const ggwave_Parameters& parameters, bool allocate) {
 void GGWave::reset() {
     m_rxReceiving = m_rxAnalyzing = false;
     m_markersSeen = m_markerFreqStart = m_recordingFrames = m_framesRecorded = 0;
-    m_recordsTones = false;
+    m_recordedBytes = 0;
     m_framesLeftToAnalyze = m_framesLeftToRecord = m_framesToAnalyze = m_framesToRecord = 0;
     m_samplesNeeded = m_samplesPerFrame;
     m_hasNewRxData = m_hasNewSpectrum = m_hasNewAmplitude = false;

@@ -1,4 +1,308 @@
+#include "modem/dss.hpp"
 #include "modem/ggwave.h"
+#include "modem/log.hpp"
+#include "modem/rs.hpp"
 
-/// Takes the frame; messages between markers are not received by this version.
-void GGWave::decode_variable() {}
+#include <cmath>
+#include <numbers>
+
+// Messages of any length stand between two markers. The first half of this file waits for the start marker
+// and records what follows; the second takes the recording apart once the end marker or the longest duration
+// is reached.
+//
+// Nobody knows at which sample the first chunk begins, only that it is within the marker's 16 frames after
+// the recording's start. So up to 256 alignments are tried, a sixteenth of a frame apart, latest first.
+//
+// The parts of a recording that alignments share are computed once, while it arrives: a frame is kept not as
+// its samples but as the running sums of its tones, sixteenth by sixteenth. The spectrum of a chunk at any
+// alignment is then the difference of two such sums. They take the room of `bytesPerTx` frames of 1024
+// samples, but a message takes as many times fewer frames. Where they do not fit all the same, the samples
+// are kept, and each chunk is summed up and transformed anew.
+
+using sorvel::detail::logLine;
+
+namespace {
+
+constexpr int kAlignmentsPerFrame = 16;
+constexpr int kTonesPerNibble = 16;
+constexpr int kTonesPerByte = 2 * kTonesPerNibble;
+constexpr int kToneSums = 2 * kTonesPerByte; // real parts, then imaginary parts
+constexpr int kLongestCoded =
+    GGWave::kDefaultEncodedDataOffset + GGWave::kMaxLengthVariable + 56; // bytes, ECC included
+
+enum class Marker { None, Start, End };
+
+/// Which marker sounds from bin `first` on: of 16 pairs of neighbouring bins, each has the one or the other
+/// that is louder by `threshold`, in turn.
+Marker markerAt(std::span<const float> spectrum, int first, float threshold) {
+    if (first < 0 || static_cast<std::size_t>(first) + kTonesPerByte > spectrum.size()) return Marker::None;
+    int startBits = 0, endBits = 0;
+    for (int i = 0; i < GGWave::kBitsInMarker; ++i) {
+        const float a = spectrum[static_cast<std::size_t>(first + 2 * i)];
+        const float c = threshold * spectrum[static_cast<std::size_t>(first + 2 * i + 1)];
+        const bool isEven = i % 2 == 0;
+        startBits += (isEven ? a > c : a < c) ? 1 : 0;
+        endBits += (isEven ? a < c : a > c) ? 1 : 0;
+    }
+    return startBits == GGWave::kBitsInMarker ? Marker::Start
+           : endBits == GGWave::kBitsInMarker ? Marker::End
+                                              : Marker::None;
+}
+
+/// Index of the largest of 16 values; of equal ones the first. Bins outside the spectrum are silent.
+int loudestTone(std::span<const float> spectrum, int base) {
+    int tone = 0;
+    float most = 0.0F;
+    for (int t = 0; t < kTonesPerNibble; ++t) {
+        const auto bin = static_cast<std::size_t>(base + t);
+        if (bin < spectrum.size() && spectrum[bin] > most) {
+            most = spectrum[bin];
+            tone = t;
+        }
+    }
+    return tone;
+}
+
+/// Frames that `bytes` coded bytes last.
+int framesOf(const GGWave::Protocol& protocol, int bytes) {
+    return (bytes + protocol.bytesPerTx - 1) / protocol.bytesPerTx * protocol.framesPerTx;
+}
+
+} // namespace
+
+// Recording
+
+void GGWave::decode_variable() {
+    const auto frame = m_sampleAmplitude.span().first(static_cast<std::size_t>(m_samplesPerFrame));
+    std::copy(frame.begin(), frame.end(), m_spectrumHistory[m_historyRow].begin());
+    m_historyRow = (m_historyRow + 1) % m_spectrumHistory.rows();
+
+    if (m_historyRow == 0 || m_rxReceiving) analyseAverage();
+    if (m_framesLeftToRecord > 0) {
+        record(frame);
+        if (--m_framesLeftToRecord < 1) m_rxAnalyzing = true;
+    }
+    if (m_rxAnalyzing) analyseRecording();
+    searchMarkers();
+}
+
+/// Spectrum of the mean of the last frames: markers stay the same from frame to frame, most else averages
+/// out.
+void GGWave::analyseAverage() {
+    m_hasNewSpectrum = true;
+    for (int i = 0; i < m_samplesPerFrame; ++i) {
+        float sum = 0.0F;
+        for (int row = 0; row < m_spectrumHistory.rows(); ++row) sum += m_spectrumHistory[row][i];
+        m_spectrumAverage[i] = 0.25F * sum;
+    }
+    analyseFrame(m_spectrumAverage.span());
+}
+
+void GGWave::searchMarkers() {
+    for (const Protocol& protocol : m_rxProtocols) {
+        if (!protocol.enabled) continue;
+        const Marker marker = markerAt(m_sampleSpectrum.span(), protocol.freqStart, m_soundMarkerThreshold);
+        if (marker == Marker::None) continue;
+        if (marker == Marker::Start && !m_rxReceiving) startRecording(protocol.freqStart);
+        if (marker == Marker::End && m_rxReceiving) endRecording();
+        return;
+    }
+    m_markersSeen = 0;
+}
+
+void GGWave::startRecording(int freqStart) {
+    logLine("Receiving sound data ...\n");
+    m_rxReceiving = true;
+    m_rxData.zero();
+    m_markerFreqStart = freqStart;
+    const int chunks = 1 + (kLongestCoded - m_encodedDataOffset) / std::max(1, minBytesPerTx(m_rxProtocols));
+    const int frames = maxFramesPerTx(m_rxProtocols, true) * chunks + 2 * m_nMarkerFrames;
+    m_framesToRecord = m_framesLeftToRecord = std::min(frames, kMaxRecordedFrames); // rows there are
+    m_recordingFrames = m_framesToRecord;
+    m_framesRecorded = 0;
+    m_markersSeen = 0;
+    chooseRecording();
+}
+
+/// Keeps tones if the longest message of every protocol that may follow fits as such.
+void GGWave::chooseRecording() {
+    int bytes = 1, frames = 0;
+    for (const Protocol& protocol : m_rxProtocols) {
+        if (!isAnalysed(protocol)) continue;
+        bytes = std::max<int>(bytes, protocol.bytesPerTx);
+        frames = std::max(frames, framesOf(protocol, kLongestCoded) + 2 * m_nMarkerFrames);
+    }
+    const int room = m_recordedAmplitude.size() / (kAlignmentsPerFrame * kToneSums * bytes);
+    // The lowest and the upper half of the bins are not plain tones in the spectrum that this must agree
+    // with.
+    const bool arePlainTones =
+        m_markerFreqStart > 0 && m_markerFreqStart + kTonesPerByte * bytes <= m_samplesPerFrame / 2;
+    m_recordedBytes =
+        arePlainTones && frames <= room && m_samplesPerFrame % kAlignmentsPerFrame == 0 ? bytes : 0;
+}
+
+void GGWave::endRecording() {
+    ++m_markersSeen;
+    if (m_framesToRecord < 2) return;
+    m_recordingFrames = m_framesToRecord - m_framesLeftToRecord + 1;
+    logLine("Received end marker. Frames left = %d, recorded = %d\n", m_framesLeftToRecord,
+            m_recordingFrames);
+    m_markersSeen = 0;
+    m_framesLeftToRecord = 1;
+}
+
+void GGWave::record(std::span<const float> frame) {
+    const int frameSize =
+        m_recordedBytes > 0 ? kAlignmentsPerFrame * kToneSums * m_recordedBytes : m_samplesPerFrame;
+    if (m_framesRecorded >= m_recordedAmplitude.size() / frameSize)
+        return; // longer than any message it could be
+    float* const dst = m_recordedAmplitude.data() + std::ptrdiff_t{m_framesRecorded++} * frameSize;
+    if (m_recordedBytes == 0) std::copy(frame.begin(), frame.end(), dst);
+    for (int byte = 0; byte < m_recordedBytes; ++byte) recordTones(frame, byte, dst + byte * kToneSums);
+}
+
+/// Continues the running sums of the 32 tones of byte `byte` of a chunk, sixteenth by sixteenth. Tones turn
+/// by a whole number of cycles in a frame, so that every frame starts at phase 0.
+void GGWave::recordTones(std::span<const float> frame, int byte, float* dst) {
+    using Tones = std::array<float, kTonesPerByte>;
+    const double turn = 2.0 * std::numbers::pi;
+    const std::size_t samples = frame.size() / kAlignmentsPerFrame;
+    const int stride = kToneSums * m_recordedBytes, first = m_markerFreqStart + kTonesPerByte * byte;
+    Tones stepRe, stepIm, sumRe{}, sumIm{};
+    for (int q = 0; q < kTonesPerByte; ++q) {
+        const double angle = turn * (first + q) / static_cast<double>(frame.size());
+        stepRe[static_cast<std::size_t>(q)] = static_cast<float>(std::cos(angle));
+        stepIm[static_cast<std::size_t>(q)] = static_cast<float>(std::sin(angle));
+    }
+    if (m_framesRecorded > 1) {
+        std::copy_n(dst - stride, kTonesPerByte, sumRe.begin());
+        std::copy_n(dst - stride + kTonesPerByte, kTonesPerByte, sumIm.begin());
+    }
+    for (int block = 0; block < kAlignmentsPerFrame; ++block, dst += stride) {
+        Tones re, im; // of the tones at this sample; exact again at each block's start
+        for (int q = 0; q < kTonesPerByte; ++q) {
+            const double angle = turn * ((first + q) * block % kAlignmentsPerFrame) / kAlignmentsPerFrame;
+            re[static_cast<std::size_t>(q)] = static_cast<float>(std::cos(angle));
+            im[static_cast<std::size_t>(q)] = static_cast<float>(std::sin(angle));
+        }
+        Tones blockRe{}, blockIm{};
+        for (const float x : frame.subspan(static_cast<std::size_t>(block) * samples, samples)) {
+            for (std::size_t q = 0; q < kTonesPerByte; ++q) {
+                blockRe[q] += x * re[q];
+                blockIm[q] += x * im[q];
+                const float turned = re[q] * stepRe[q] - im[q] * stepIm[q];
+                im[q] = im[q] * stepRe[q] + re[q] * stepIm[q];
+                re[q] = turned;
+            }
+        }
+        for (std::size_t q = 0; q < kTonesPerByte; ++q) {
+            dst[q] = sumRe[q] += blockRe[q];
+            dst[q + kTonesPerByte] = sumIm[q] += blockIm[q];
+        }
+    }
+}
+
+// Analysis
+
+bool GGWave::isAnalysed(const Protocol& protocol) const {
+    return protocol.enabled && protocol.extra == 1 && protocol.framesPerTx > 0 && protocol.bytesPerTx > 0 &&
+           protocol.freqStart == m_markerFreqStart;
+}
+
+void GGWave::analyseRecording() {
+    logLine("Analyzing captured data ..\n");
+    bool isDecoded = false;
+    for (ggwave_ProtocolId id = 0; id < GGWAVE_PROTOCOL_COUNT && !isDecoded; ++id) {
+        if (!isAnalysed(m_rxProtocols[static_cast<std::size_t>(id)])) continue;
+        m_sampleSpectrum.zero();
+        m_framesToAnalyze = m_framesLeftToAnalyze = m_nMarkerFrames * kAlignmentsPerFrame;
+        for (int alignment = m_framesToAnalyze - 1; alignment >= 0 && !isDecoded;
+             --alignment, --m_framesLeftToAnalyze) {
+            if (alignment + 1 > kAlignmentsPerFrame * m_recordingFrames) continue;
+            isDecoded = decodeAt(id, alignment);
+        }
+    }
+    m_framesToRecord = isDecoded ? 0 : -1;
+    if (!isDecoded) m_rxDataLength = -1;
+    m_rxReceiving = m_rxAnalyzing = false;
+    m_sampleSpectrum.zero();
+    m_framesToAnalyze = m_framesLeftToAnalyze = 0;
+}
+
+/// Decodes the recording with the first chunk at `alignment` sixteenths of a frame. The length comes first:
+/// most alignments end with it.
+bool GGWave::decodeAt(ggwave_ProtocolId id, int alignment) {
+    const Protocol& protocol = m_rxProtocols[static_cast<std::size_t>(id)];
+    const int bytesPerTx = protocol.bytesPerTx;
+    m_dataEncoded.zero();
+
+    int length = 0, bytes = 0; // bytes: coded bytes expected, once the length is known
+    for (int chunk = 0; chunk < 1024 && (chunk + 1) * bytesPerTx < m_dataEncoded.size(); ++chunk) {
+        const int position = alignment + chunk * protocol.framesPerTx * kAlignmentsPerFrame;
+        if (position >= m_recordingFrames * kAlignmentsPerFrame) break;
+        if (length > 0 && chunk * bytesPerTx > bytes + 1) break;
+        decodeChunk(protocol, position, m_dataEncoded.data() + chunk * bytesPerTx);
+
+        if (length == 0 && (chunk + 1) * bytesPerTx >= m_encodedDataOffset) {
+            length = decodeLength(protocol);
+            if (length == 0) return false;
+            bytes = m_encodedDataOffset + length + getECCBytesForLength(length);
+        }
+    }
+    if (length == 0) return false;
+    RS::ReedSolomon code(static_cast<std::uint8_t>(length),
+                         static_cast<std::uint8_t>(getECCBytesForLength(length)), m_workRSData.data());
+    const std::uint8_t* const word = m_dataEncoded.data() + m_encodedDataOffset;
+    if (code.DecodeBlock(word, word + length, m_rxData.data()) != 0) return false;
+    deliver(id, length);
+    return true;
+}
+
+/// The announced length; 0 unless it is one that fits the recording, markers at most included.
+int GGWave::decodeLength(const Protocol& protocol) {
+    RS::ReedSolomon code(1, static_cast<std::uint8_t>(m_encodedDataOffset - 1), m_workRSLength.data());
+    if (code.DecodeBlock(m_dataEncoded.data(), m_dataEncoded.data() + 1, m_rxData.data()) != 0) return 0;
+    const int length = m_rxData[0];
+    if (length < 1 || length > kMaxLengthVariable) return 0;
+    const int frames = framesOf(protocol, m_encodedDataOffset + length + getECCBytesForLength(length));
+    return m_recordingFrames >= frames && m_recordingFrames <= frames + 2 * m_nMarkerFrames ? length : 0;
+}
+
+/// Reads one chunk of bytes at `position` sixteenths of a frame; what lies behind the recording is silence.
+void GGWave::decodeChunk(const Protocol& protocol, int position, std::uint8_t* dst) {
+    const int recorded = std::max(position, m_framesRecorded * kAlignmentsPerFrame);
+    const int end = std::min(position + protocol.framesPerTx * kAlignmentsPerFrame, recorded);
+    const float* const recording = m_recordedAmplitude.data();
+    if (m_recordedBytes == 0) {
+        m_fftOut.zero(m_samplesPerFrame);
+        const int samplesEnd = end * m_samplesPerFrame / kAlignmentsPerFrame;
+        for (int at = position * m_samplesPerFrame / kAlignmentsPerFrame; at < samplesEnd;
+             at += m_samplesPerFrame) {
+            const int samples = std::min(m_samplesPerFrame, samplesEnd - at);
+            for (int i = 0; i < samples; ++i) m_fftOut[i] += recording[at + i];
+        }
+        powerSpectrum();
+    } else if (end > position) {
+        constexpr std::array<float, kToneSums> kNothing{};
+        const std::ptrdiff_t stride = std::ptrdiff_t{kToneSums} * m_recordedBytes;
+        for (int j = 0; j < std::min<int>(protocol.bytesPerTx, m_recordedBytes); ++j) {
+            const float* const after = recording + (end - 1) * stride + j * kToneSums;
+            const float* const before =
+                position > 0 ? recording + (position - 1) * stride + j * kToneSums : kNothing.data();
+            float* const power = m_sampleSpectrum.data() + m_markerFreqStart + kTonesPerByte * j;
+            for (int q = 0; q < kTonesPerByte; ++q) {
+                const float re = after[q] - before[q],
+                            im = after[q + kTonesPerByte] - before[q + kTonesPerByte];
+                power[q] = re * re + im * im;
+            }
+        }
+    } else {
+        m_sampleSpectrum.zero();
+    }
+    const std::span spectrum = m_sampleSpectrum.span();
+    for (int j = 0; j < protocol.bytesPerTx; ++j) {
+        const int base = protocol.freqStart + kTonesPerByte * j;
+        dst[j] = static_cast<std::uint8_t>(loudestTone(spectrum, base) |
+                                           loudestTone(spectrum, base + kTonesPerNibble) << 4);
+    }
+}

@@ -1,26 +1,25 @@
+#include "modem/resampler.hpp"
+
 #include "modem/ggwave.h"
+#include "modem/sinc_kernel.hpp"
 
 #include <climits>
 #include <cmath>
 #include <cstring>
-#include <numbers>
 
 // The output at time t is the sum of data(j) * sinc((t - j) / max(1, factor)) over the input samples j around
-// t, with a Hann-tapered sinc (Smith, "Digital Audio Resampling Home Page", CCRMA). Time is split into the
-// input samples shifted into the delay line, whose newest is at kNewest, and the position between them.
+// t. Time is split into the input samples shifted into the delay line, whose newest is at kNewest, and the
+// position between them.
+
+using namespace sorvel::detail;
 
 namespace {
 
-constexpr int kTableSize = 64 * GGWave::Resampler::kSincResolution;
 constexpr int kDelaySize = 3 * GGWave::Resampler::kWidth;
-constexpr int kNewest = 135;                             // index of the newest sample in the delay line
-constexpr int kTaps = 2 * GGWave::Resampler::kWidth - 1; // samples under the kernel
-constexpr double kKernelEnd = 63.0;                      // in input samples
-constexpr int kRebaseAt = 1 << 30; // time counters are wound back long before they overflow
-constexpr int kBlock = 64;         // outputs made together at factor 2
-
-/// Input samples per output sample that keep every count finite and every time within an int.
-bool isUsable(float factor) { return factor > 0.0F && factor < 1e6F; }
+constexpr int kNewest = 135;          // index of the newest sample in the delay line
+constexpr int kHistory = kNewest + 1; // samples in it
+constexpr int kRebaseAt = 1 << 30;    // time counters are wound back long before they overflow
+constexpr int kBlock = 64;            // outputs made together at factor 2
 
 template <class T>
 void place(ggvector<T>& view, void* p, int& n, int count) {
@@ -31,7 +30,7 @@ void place(ggvector<T>& view, void* p, int& n, int count) {
 } // namespace
 
 bool GGWave::Resampler::alloc(void* p, int& n) {
-    place(m_sincTable, p, n, kTableSize);
+    place(m_sincTable, p, n, kKernelTable);
     place(m_delay, p, n, kDelaySize);
     place(m_edge, p, n, kWidth);
     place(m_samplesInp, p, n, kMaxInput + kWidth);
@@ -52,24 +51,13 @@ void GGWave::Resampler::reset() {
 
 void GGWave::Resampler::makeSinc() {
     if (m_sincTable.size() == 0) return;
-    m_sincTable[0] = 1.0F;
-    for (int j = 1; j < kTableSize; ++j) {
-        const double x = std::numbers::pi * j / kSincResolution;
-        const auto lobes = static_cast<float>(std::sin(x) / x);
-        const double taper = 0.5 + 0.5 * std::cos(std::numbers::pi * j / kTableSize);
-        m_sincTable[j] = static_cast<float>(static_cast<double>(lobes) * taper);
-    }
+    makeKernel(m_sincTable.span().first<kKernelTable>());
     for (std::size_t k = 0; k < m_halfRateKernel.size(); ++k)
-        m_halfRateKernel[k] = 0.5F * m_sincTable[static_cast<int>(2 * k + 1) * kSincResolution / 2];
+        m_halfRateKernel[k] = 0.5F * m_sincTable[static_cast<int>(2 * k + 1) * kKernelResolution / 2];
 }
 
 double GGWave::Resampler::sinc(double x) const {
-    x = std::fabs(x);
-    if (!(x < kKernelEnd) || m_sincTable.size() == 0) return 0.0;
-    const double u = x * kSincResolution;
-    const int i = static_cast<int>(u);
-    const auto low = static_cast<double>(m_sincTable[i]), high = static_cast<double>(m_sincTable[i + 1]);
-    return low + (high - low) * (u - i);
+    return m_sincTable.size() == 0 ? 0.0 : kernelAt(m_sincTable.span().first<kKernelTable>(), x);
 }
 
 void GGWave::Resampler::newData(float sample) {
@@ -89,7 +77,7 @@ void GGWave::Resampler::Time::advance(float factor) {
 }
 
 int GGWave::Resampler::resample(float factor, int nSamples, const float* samplesInp, float* samplesOut) {
-    if (!isUsable(factor)) return 0;
+    if (!isUsableFactor(factor)) return 0;
     if (samplesOut == nullptr) return count(factor, nSamples);
     feed(nSamples, samplesInp);
     const int n = take(factor, {samplesOut, INT_MAX});
@@ -127,11 +115,9 @@ void GGWave::Resampler::feed(int nSamples, const float* samplesInp) {
 }
 
 int GGWave::Resampler::take(float factor, std::span<float> out) {
-    if (!isUsable(factor)) return 0;
-    const bool widens = factor >= 1.0F;
-    const double scale = widens ? 1.0 / static_cast<double>(factor) : 1.0;
+    if (!isUsableFactor(factor)) return 0;
     const bool isHalfRate = factor == 2.0F;
-    std::array<float, kTaps> scratch;
+    std::array<float, kKernelTaps> scratch;
 
     std::size_t n = 0;
     while (n < out.size()) {
@@ -149,13 +135,9 @@ int GGWave::Resampler::take(float factor, std::span<float> out) {
         }
         m_consumed += shifts;
         const float* const taps = window(m_consumed + 1, scratch);
-        const double position = m_time.current - m_time.integer;
-        double sum = 0.0;
-        for (int i = 0; i < kTaps; ++i) {
-            const double distance = std::fabs(position - (i - (kWidth - 1)));
-            sum += scale * static_cast<double>(taps[i]) * sinc(distance * scale);
-        }
-        out[n++] = static_cast<float>(sum);
+        out[n++] = kernelSum(m_sincTable.span().first<kKernelTable>(),
+                             std::span<const float, kKernelTaps>(taps, kKernelTaps),
+                             m_time.current - m_time.integer, factor);
         m_time.advance(factor);
     }
     return static_cast<int>(n);
@@ -171,9 +153,9 @@ int GGWave::Resampler::takeHalfRate(std::span<float> out) {
     const int first = m_consumed + (m_time.integer - m_time.last); // samples shifted in at the first output
     const int outputs = std::min(static_cast<int>(out.size()), (m_fed - first) / 2 + 1);
 
-    std::array<float, kTaps + 2 * (kBlock - 1) + 1> scratch;
-    const float* const taps =
-        window(first + 1, std::span(scratch).first(static_cast<std::size_t>(kTaps + 2 * (outputs - 1))));
+    std::array<float, kKernelTaps + 2 * (kBlock - 1) + 1> scratch;
+    const float* const taps = window(
+        first + 1, std::span(scratch).first(static_cast<std::size_t>(kKernelTaps + 2 * (outputs - 1))));
     std::array<float, 2 * kPairs + kBlock> odd{};
     std::array<float, kBlock> sums{};
     for (int i = 0; i < 2 * kPairs - 1 + outputs; ++i) odd[static_cast<std::size_t>(i)] = taps[2 * i];
@@ -185,7 +167,8 @@ int GGWave::Resampler::takeHalfRate(std::span<float> out) {
         for (std::size_t i = 0; i < kBlock; ++i) sums[i] += weight * (left[i] + right[i]);
     }
     for (int i = 0; i < outputs; ++i)
-        out[static_cast<std::size_t>(i)] = sums[static_cast<std::size_t>(i)] + 0.5F * taps[kTaps / 2 + 2 * i];
+        out[static_cast<std::size_t>(i)] =
+            sums[static_cast<std::size_t>(i)] + 0.5F * taps[kKernelTaps / 2 + 2 * i];
 
     m_consumed = first + 2 * (outputs - 1);
     m_time.integer += 2 * outputs;
@@ -196,7 +179,6 @@ int GGWave::Resampler::takeHalfRate(std::span<float> out) {
 
 /// The samples from `first` on, counted from the oldest in the delay line, through what was fed.
 const float* GGWave::Resampler::window(int first, std::span<float> scratch) const {
-    constexpr int kHistory = kNewest + 1;
     if (first >= kHistory) return m_samplesInp.data() + (first - kHistory);
     const auto fromDelay = std::min(scratch.size(), static_cast<std::size_t>(kHistory - first));
     std::copy_n(m_delay.data() + first, fromDelay, scratch.begin());
@@ -207,11 +189,49 @@ const float* GGWave::Resampler::window(int first, std::span<float> scratch) cons
 
 /// Moves what was consumed into the delay line, for the next call.
 void GGWave::Resampler::settle() {
-    constexpr int kHistory = kNewest + 1;
     const int kept = std::max(0, kHistory - m_consumed);
     std::memmove(m_delay.data(), m_delay.data() + (kHistory - kept),
                  static_cast<std::size_t>(kept) * sizeof(float));
     const int fresh = kHistory - kept;
     std::copy_n(m_samplesInp.data() + m_consumed - fresh, fresh, m_delay.data() + kept);
     m_fed = m_consumed = 0;
+}
+
+// Block by block
+
+Resampler::Resampler() { make_sinc(); }
+
+void Resampler::make_sinc() { makeKernel(m_sincTable); }
+
+double Resampler::sinc(double x) const { return kernelAt(m_sincTable, x); }
+
+float Resampler::gimme_data(long j) const {
+    return j >= -kKernelWidth && j < kHistory - kKernelWidth
+               ? m_delay[static_cast<std::size_t>(j + kKernelWidth)]
+               : 0.0F;
+}
+
+void Resampler::new_data(float sample) {
+    std::copy(m_delay.begin() + 1, m_delay.end(), m_delay.begin());
+    m_delay.back() = sample;
+}
+
+int Resampler::resample(float factor, int nSamples, const float* samplesInp, float* samplesOut) {
+    if (!isUsableFactor(factor) || nSamples < 1 || samplesInp == nullptr || samplesOut == nullptr) return 0;
+    if (factor != m_lastFactor) {
+        make_sinc();
+        m_lastFactor = factor;
+    }
+    int outputs = 0, shifted = 0;
+    for (double time = 0.0;; time += static_cast<double>(factor)) {
+        const auto whole = static_cast<std::int64_t>(time);
+        while (shifted < whole) {
+            new_data(samplesInp[shifted]);
+            if (++shifted == nSamples)
+                return outputs; // the last one belongs to the next block's first output
+        }
+        const std::span taps(m_delay.data() + 1, std::size_t{kKernelTaps});
+        samplesOut[outputs++] =
+            kernelSum(m_sincTable, taps.first<kKernelTaps>(), time - static_cast<double>(whole), factor);
+    }
 }

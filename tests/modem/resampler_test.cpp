@@ -1,3 +1,4 @@
+#include "modem/resampler.hpp"
 #include "tests/support/literal_resampler.hpp"
 #include "tests/support/transmissions.hpp"
 
@@ -87,6 +88,31 @@ TEST(Resampling, HandsOutALargeOutputInPortions) {
     parts->settle();
     EXPECT_EQ(pieces, expected);
     EXPECT_EQ(parts.resample(0.5F, input), whole.resample(0.5F, input));
+}
+
+TEST(BlockResampler, ConvertsEachBlockAsTheStreamWouldWithoutHoldingBack) {
+    const Samples input = noise(2000, 0.3F, 15);
+    for (const float factor : {2.0F, 0.5F, 1.0884354F, 3.0F}) {
+        Resampler resampler;
+        Samples out(5000);
+        const int n = resampler.resample(factor, 2000, input.data(), out.data());
+        EXPECT_EQ(n, static_cast<int>(std::ceil(2000.0 / static_cast<double>(factor)))) << factor;
+        if (factor != 2.0F && factor != 0.5F) continue; // the others shift by parts of an output
+        const std::vector<float> late =
+            LiteralResampler().resample(factor, input); // 64 zeros ahead of the block
+        const std::size_t shift = static_cast<std::size_t>(64 / factor);
+        for (std::size_t i = 0; i + shift < late.size() && i < static_cast<std::size_t>(n); ++i)
+            ASSERT_NEAR(out[i], late[i + shift], 1e-6F) << factor << " " << i;
+    }
+    Resampler resampler;
+    float none = 0;
+    for (const float factor : {0.0F, -1.0F, NAN}) EXPECT_EQ(resampler.resample(factor, 1, &none, &none), 0);
+    EXPECT_EQ(resampler.resample(2.0F, 0, &none, &none), 0);
+    resampler.new_data(0.5F);
+    EXPECT_EQ(resampler.gimme_data(71), 0.5F);
+    EXPECT_EQ(resampler.gimme_data(72), 0.0F);
+    EXPECT_EQ(resampler.sinc(63.0), 0.0);
+    EXPECT_NEAR(resampler.sinc(0.5), 2 / std::numbers::pi, 1e-3);
 }
 
 TEST(ResamplerDeathTest, RefusesBlocksOutsideItsBuffer) {
