@@ -1,0 +1,35 @@
+# The two commands of the README. Both install what is missing first (apt, as root or with sudo).
+#
+#   make listen   builds and listens
+#   make test     builds and runs every test
+#   make bench    builds and runs the benchmarks
+#   make clean    removes build/
+
+JOBS ?= $(shell nproc)
+BUILD := build/release
+.DEFAULT_GOAL := listen
+.PHONY: listen test bench build clean
+
+build/packages-%: cmake/packages.txt cmake/install-packages.sh
+	cmake/install-packages.sh $*
+	@mkdir -p build && touch $@
+
+build: build/packages-build
+	cmake --preset release -DSORVEL_TESTS=OFF -B $(BUILD)-user
+	cmake --build $(BUILD)-user -j $(JOBS)
+
+listen: build
+	$(BUILD)-user/tools/sorvel demo
+
+test: build/packages-build build/packages-test
+	cmake --preset release
+	cmake --build $(BUILD) -j $(JOBS)
+	ctest --test-dir $(BUILD) --output-on-failure --no-tests=error -j $(JOBS)
+
+bench: build/packages-build build/packages-test
+	cmake --preset bench
+	cmake --build build/bench -j $(JOBS)
+	for program in build/bench/bench/*_bench; do $$program || exit 1; done
+
+clean:
+	rm -rf build

@@ -1,0 +1,67 @@
+// Worst time of one decode call while a message is recorded and analysed, by message length: the modem's own
+// search and the literal one, on messages that arrive and on messages that a burst of noise has spoilt (the
+// longest search: every alignment that yields the length tries the whole payload). One line per length,
+// milliseconds:
+//     length arrived_fast arrived_literal spoilt_fast spoilt_literal
+// A frame lasts 21.3 ms.
+#include "tests/support/literal_message_receiver.hpp"
+#include "tests/support/transmissions.hpp"
+
+#include <chrono>
+#include <cstdio>
+#include <memory>
+
+namespace {
+
+constexpr std::size_t kFrame = 1024;
+
+/// Worst frame of a receiver that `make` makes, each frame at its best of some runs: other programs
+/// interrupt.
+template <class Make>
+double worst_ms(const Samples& sound, int runs, Make make) {
+    std::vector<double> best(sound.size() / kFrame, 1e9);
+    for (int run = 0; run < runs; ++run) {
+        auto hear = make();
+        for (std::size_t i = 0; i < best.size(); ++i) {
+            const auto start = std::chrono::steady_clock::now();
+            hear(std::span(sound).subspan(i * kFrame, kFrame));
+            best[i] = std::min(
+                best[i], std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        }
+    }
+    return 1000.0 * *std::max_element(best.begin(), best.end());
+}
+
+} // namespace
+
+int main() {
+    GGWave::setLogFile(nullptr);
+    const ggwave_Parameters parameters = ggwave_getDefaultParameters();
+    for (const std::size_t length : {5U, 40U, 80U, 140U}) {
+        std::printf("%3zu", length);
+        for (const bool isSpoilt : {false, true}) {
+            Samples sound =
+                silence(5000) + transmission(std::string(length, 'x'), parameters) + silence(20 * kFrame);
+            const Samples floor = noise(sound.size(), 1e-3F, 1);
+            for (std::size_t i = 0; i < sound.size(); ++i) sound[i] += floor[i];
+            if (isSpoilt) { // behind the coded length, which ends at frame 5 + 16 + 27
+                const std::size_t begin = 52 * kFrame, end = sound.size() - (20 + 17) * kFrame;
+                const Samples burst = noise(end - begin, 1.0F, 2);
+                std::copy(burst.begin(), burst.end(), sound.begin() + static_cast<std::ptrdiff_t>(begin));
+            }
+            const double fast = worst_ms(sound, 9, [&] {
+                return [modem = std::make_unique<GGWave>(parameters)](auto frame) {
+                    modem->decode(frame.data(), kFrame * sizeof(float));
+                };
+            });
+            const double literal = worst_ms(sound, isSpoilt ? 1 : 3, [] {
+                const auto& protocol = GGWave::Protocols::kDefault()[GGWAVE_PROTOCOL_DT_CUSTOM];
+                return [receiver = LiteralMessageReceiver(protocol, kFrame)](auto frame) mutable {
+                    receiver.hear(frame);
+                };
+            });
+            std::printf(" %8.2f %8.2f", fast, literal);
+        }
+        std::printf("\n");
+    }
+}

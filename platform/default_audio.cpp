@@ -1,0 +1,27 @@
+#include "platform/block_converter.hpp"
+#include "platform/default_platform.hpp"
+#include "platform/portaudio_capture.hpp"
+
+namespace sorvel {
+
+namespace {
+
+/// Sound servers mix what programs play and capture, and route it as the user has set it: nothing to arrange.
+class ServedSession final : public AudioSession {
+public:
+    AudioResult setCategory(Category, std::uint32_t) noexcept override { return AudioResult::success(); }
+    AudioResult setActive(bool) noexcept override { return AudioResult::success(); }
+    AudioResult setAllowHapticsAndSystemSoundsDuringRecording(bool) noexcept override {
+        return AudioResult::success();
+    }
+};
+
+} // namespace
+
+void addDefaultAudio(Platform& platform) {
+    platform.audioSession = std::make_shared<ServedSession>();
+    platform.makeAudioEngine = [] { return PortAudioCapture::make(); };
+    platform.makeConverter = makeBlockConverter;
+}
+
+} // namespace sorvel

@@ -1,0 +1,37 @@
+/// The inputs of this machine, and what they are good for.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace sorvel {
+
+/// One line for the user: what failed, on which input, and what to try.
+class AudioDeviceError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+struct InputDevice {
+    std::string name;        ///< for CaptureOptions::device
+    std::string description; ///< for people; may be empty
+    bool isDefault = false;
+    bool isMonitor = false;             ///< hears what the machine plays
+    double nativeRate_hz = 0.0;         ///< of the source itself; 0: unknown
+    std::vector<int> supportedRates_hz; ///< of 44100, 48000 and 96000 those that it can be opened with
+    double captureRate_hz = 0.0;        ///< what a listener opens it with; 0: it cannot be opened
+};
+
+/// All inputs, the default one first. With a sound server these are its sources, and the machine's own
+/// devices after them. Takes up to 5 s, and opens each device that has no server for a moment.
+/// @throws AudioDeviceError
+std::vector<InputDevice> inputDevices();
+
+/// Whether sound at this rate can hold the band from 18 to 19.5 kHz, with room for the filter that every
+/// converter needs below half the rate.
+bool carriesBand(double rate_hz) noexcept;
+/// One line about what is wrong with the rate; empty when nothing is.
+std::string rateWarning(double rate_hz);
+
+} // namespace sorvel

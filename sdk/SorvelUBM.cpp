@@ -1,0 +1,220 @@
+#include "sdk/SorvelUBM.hpp"
+
+#include "sdk/block_decoding.hpp"
+#include "telemetry/Event.hpp"
+#include "telemetry/EventHub.hpp"
+
+#include <atomic>
+#include <mutex>
+#include <string_view>
+
+using sorvel::AudioSession;
+using sorvel::BlockDecoding;
+using sorvel::Platform;
+
+namespace {
+
+constexpr std::uint32_t kBus = 0;
+constexpr std::uint32_t kTapFrames = 4096;
+constexpr double kGate_s = 1.0;
+constexpr std::string_view kDamaged = "ERROR"; // what the payload's text says when its check byte is wrong
+
+/// Only ASCII letters change, so every other byte of a UTF-8 text stays.
+std::string lowerCased(std::string text) {
+    for (char& letter : text) {
+        if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
+    }
+    return text;
+}
+
+Platform checked(const Platform& platform) {
+    const bool isComplete = platform.clock && platform.store && platform.facts && platform.uuids &&
+                            platform.audioSession && platform.makeAudioEngine && platform.makeConverter &&
+                            platform.mainQueue;
+    if (!isComplete) throw MyError::runtimeError("the platform lacks a part that the listener needs");
+    return platform;
+}
+
+/// The callback in force when a delivery's turn comes. An object of its own, so that a delivery waiting in
+/// the main queue does not keep the listener, and with it the queue, alive. The capture thread never looks
+/// into it.
+class CallBackSlot {
+public:
+    void set(SorvelUBM::CallBack callback) {
+        const std::lock_guard lock(m_mutex);
+        std::swap(m_callBack, callback); // the former one ends outside the lock
+    }
+    void call(const std::string& text) {
+        SorvelUBM::CallBack callback;
+        {
+            const std::lock_guard lock(m_mutex);
+            callback = m_callBack;
+        }
+        if (callback) callback(text); // may replace itself
+    }
+
+private:
+    std::mutex m_mutex;
+    SorvelUBM::CallBack m_callBack;
+};
+
+} // namespace
+
+/// What handles and the tap's block share.
+class SorvelUBM::Listener : public std::enable_shared_from_this<Listener> {
+public:
+    Listener(const std::string& prefix, const Platform& platform);
+
+    void setCallBack(CallBack callback) { m_mainCallBack->set(std::move(callback)); }
+    void startListening();
+    void stopListening();
+    std::int64_t status() const noexcept { return m_status; }
+    bool micTapped() const noexcept { return m_micTapped; }
+
+private:
+    bool establishSession();
+    void hear(BlockDecoding& decoding, const sorvel::AudioBuffer& block) noexcept;
+    void deliver(std::string_view text);
+    template <typename MakeEvent>
+    void sendEvent(MakeEvent&& makeEvent) noexcept;
+    void print(std::string_view line);
+
+    const Platform m_platform;
+    const std::shared_ptr<CallBackSlot> m_mainCallBack = std::make_shared<CallBackSlot>();
+    std::mutex m_controlMutex; // one start or stop at a time; not taken on the capture thread
+    std::shared_ptr<sorvel::AudioEngine> m_audioEngine;
+    std::shared_ptr<sorvel::AudioInputNode> m_mic;
+    std::atomic<bool> m_micTapped = false;
+    std::atomic<std::int64_t> m_status = 0;
+    double m_timeout; // time of the last delivery; the capture thread's alone once a tap is installed
+    std::string m_prefix;
+    std::shared_ptr<sorvel::Decoder> m_wrapper;
+    const std::string m_uuid;
+};
+
+// --- the application's thread
+
+SorvelUBM::Listener::Listener(const std::string& prefix, const Platform& platform)
+    : m_platform(checked(platform)), m_timeout(platform.clock->now()),
+      m_wrapper(platform.makeDecoder ? platform.makeDecoder() : sorvel::makeModemDecoder()),
+      m_uuid(platform.uuids->make()) {
+    sendEvent([&] { return Event::success(m_uuid, !prefix.empty(), prefix, m_platform); });
+    if (prefix.empty())
+        throw MyError::runtimeError("the prefix is empty: a listener needs the brand's prefix");
+    m_prefix = lowerCased(prefix);
+    establishSession(); // a failure is printed; the object works as soon as a session can be had
+    m_audioEngine = m_platform.makeAudioEngine();
+    if (m_audioEngine) m_mic = m_audioEngine->inputNode();
+    if (m_wrapper) m_wrapper->InitSorvelWave();
+    print("Sorvel init");
+}
+
+bool SorvelUBM::Listener::establishSession() {
+    AudioSession& session = *m_platform.audioSession;
+    const bool isEstablished = session
+                                   .setCategory(AudioSession::Category::PlayAndRecord,
+                                                AudioSession::MixWithOthers | AudioSession::DefaultToSpeaker)
+                                   .succeeded() &&
+                               session.setActive(true).succeeded() &&
+                               session.setAllowHapticsAndSystemSoundsDuringRecording(true).succeeded();
+    if (!isEstablished) print("Sorvel couldn't establish audio session");
+    return isEstablished;
+}
+
+void SorvelUBM::Listener::startListening() {
+    const std::lock_guard lock(m_controlMutex);
+    if (m_micTapped) return;
+    print("Sorvel started listening for ubms");
+    if (!establishSession()) return;
+
+    // A platform without input or converter is treated as one without a session, rather than ending the
+    // process.
+    const sorvel::AudioFormat hardware = m_mic ? m_mic->outputFormat(kBus) : sorvel::AudioFormat{};
+    auto converter = m_mic ? m_platform.makeConverter(hardware, sorvel::kTargetFormat) : nullptr;
+    if (!converter || !m_wrapper) return print("Sorvel couldn't establish audio session");
+
+    auto decoding =
+        std::make_shared<BlockDecoding>(std::move(converter), m_wrapper, m_prefix, m_platform.progress);
+    m_mic->installTap(kBus, kTapFrames, hardware,
+                      [listener = shared_from_this(), decoding](const sorvel::AudioBuffer& block, double) {
+                          listener->hear(*decoding, block);
+                      });
+    m_micTapped = true;
+    if (!m_audioEngine->isRunning()) m_status = m_audioEngine->start().succeeded() ? 1 : -1;
+    sendEvent([&] { return Event::microphone(m_uuid, true, "", m_platform); });
+}
+
+void SorvelUBM::Listener::stopListening() {
+    // Outlives the lock: the tap's block may hold the last reference.
+    const std::shared_ptr<Listener> self = shared_from_this();
+    const std::lock_guard lock(m_controlMutex);
+    if (!m_micTapped) return;
+    m_status = 0;
+    if (m_audioEngine->isRunning()) {
+        m_audioEngine->stop();
+        m_status = 1;
+    }
+    print("Sorvel stoped listening for ubms");
+    m_mic->removeTap(kBus);
+    m_micTapped = false;
+    sendEvent([&] { return Event::microphone(m_uuid, false, "", m_platform); });
+}
+
+// --- the capture thread
+
+/// Here and below, for every block: no allocation, no lock, no waiting, no printing, no file or socket.
+/// Allowed for a text that is delivered, so once a second at most: memory for its event and its places in the
+/// main queue and the HTTP session, which are lock-free, and the locks that guard a look-up of the install id
+/// and of the zone's offset.
+void SorvelUBM::Listener::hear(BlockDecoding& decoding, const sorvel::AudioBuffer& block) noexcept {
+    try {
+        if (const std::string_view text = decoding.hear(block); !text.empty()) deliver(text);
+    } catch (...) {
+        return; // out of memory: this block is lost, the next one is heard
+    }
+}
+
+void SorvelUBM::Listener::deliver(std::string_view text) {
+    if (text == kDamaged) return;
+    if (!(m_platform.clock->now() - m_timeout > kGate_s)) return;
+    sendEvent([&] { return Event::ubm(m_uuid, std::string(text), std::nullopt, m_platform); });
+    m_timeout = m_platform.clock->now();
+    m_platform.mainQueue->async(
+        [callBack = m_mainCallBack, ubm = std::string(text)] { callBack->call(ubm); });
+}
+
+// --- any thread
+
+/// Sends an event that is made only if it would leave; whatever fails here stays here.
+template <typename MakeEvent>
+void SorvelUBM::Listener::sendEvent(MakeEvent&& makeEvent) noexcept {
+    try {
+        if (!EventHub::isSending() || !m_platform.http) return;
+        std::optional<std::string> document = makeEvent().encode();
+        if (!document) return;
+        // Not a reference of its own: the session holds this completion, and must be free to end before it.
+        EventHub::getSASToken(*m_platform.http, [session = std::weak_ptr(m_platform.http),
+                                                 eventData = *std::move(document)](const std::string& token) {
+            const auto alive = session.lock();
+            if (alive)
+                EventHub::sendEventToAzureEventHub(*alive, EventHub::messagesAddress(), token, eventData);
+        });
+    } catch (...) {
+        return; // lost, like an event on a network that is down
+    }
+}
+
+void SorvelUBM::Listener::print(std::string_view line) {
+    if (m_platform.progress) m_platform.progress->line(line);
+}
+
+// --- the handle
+
+SorvelUBM::SorvelUBM(const std::string& prefix, const Platform& platform)
+    : m_listener(std::make_shared<Listener>(prefix, platform)) {}
+
+void SorvelUBM::setCallBack(CallBack callback) { m_listener->setCallBack(std::move(callback)); }
+void SorvelUBM::startListening() { m_listener->startListening(); }
+void SorvelUBM::stopListening() { m_listener->stopListening(); }
+std::int64_t SorvelUBM::status() const noexcept { return m_listener->status(); }
+bool SorvelUBM::micTapped() const noexcept { return m_listener->micTapped(); }

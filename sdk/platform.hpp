@@ -1,0 +1,69 @@
+#pragma once
+
+#include "sdk/audio.hpp"
+#include "telemetry/environment.hpp"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+/// What a platform provides to the listener: everything SorvelUBM touches outside this process's own memory.
+///
+/// The library `sorvel_platform` implements it for Linux, `PushCapture` takes sound from the application,
+/// tests fake it. Take `defaultPlatform()`, exchange single parts, hand the result to SorvelUBM.
+namespace sorvel {
+
+/// Runs tasks later, one at a time, in the order they came.
+class TaskQueue {
+public:
+    virtual ~TaskQueue() = default;
+    /// Queues `task` and returns at once; never runs it inside this call. Any thread, the capture thread
+    /// included: takes no lock that a running task holds.
+    virtual void async(std::function<void()> task) = 0;
+};
+
+/// Takes the listener's short progress lines ("Sorvel init").
+class ProgressLines {
+public:
+    virtual ~ProgressLines() = default;
+    /// One line without its line break. Any thread.
+    virtual void line(std::string_view text) noexcept = 0;
+};
+
+std::shared_ptr<ProgressLines> standardOutputLines();
+std::shared_ptr<ProgressLines> standardErrorLines();
+
+/// From converted blocks to texts. The listener makes one of these; without a maker in the platform it is the
+/// modem behind `CPP_wrapper`, whose calls it has.
+class Decoder {
+public:
+    virtual ~Decoder() = default;
+    virtual void InitSorvelWave() = 0;
+    /// @return characters written to `payloadBuffer` (256 bytes); below 1: nothing that begins with `prefix`
+    virtual std::int32_t Decode(const void* waveform, std::int32_t waveformSize, void* payloadBuffer,
+                                const std::string& prefix) = 0;
+};
+
+/// The parts, as a value: copies share them. None may be null but `http`, `progress` and `makeDecoder`.
+struct Platform : Environment {
+    std::shared_ptr<AudioSession> audioSession;
+    /// Called once per listener, on the constructing thread.
+    std::function<std::shared_ptr<AudioEngine>()> makeAudioEngine;
+    /// Called once per start of listening; null when it cannot convert between the two.
+    std::function<std::unique_ptr<AudioConverter>(const AudioFormat& from, const AudioFormat& to)>
+        makeConverter;
+    std::shared_ptr<TaskQueue> mainQueue;                            ///< where callbacks run
+    std::shared_ptr<ProgressLines> progress = standardOutputLines(); ///< null: silent
+    std::function<std::unique_ptr<Decoder>()> makeDecoder;           ///< empty: the modem
+};
+
+/// The machine's own platform: default microphone, main queue `MainQueue::main()`, settings in the user's
+/// configuration folder, HTTPS. Its parts are made at the first call and live until the process ends; that
+/// call also sets the shared environment. Link `sorvel_platform`.
+///
+/// Thread: any.
+Platform defaultPlatform();
+
+} // namespace sorvel

@@ -1,0 +1,285 @@
+// The built program, used as a user would: through a shell, with sox as the world's other audio program.
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <sys/wait.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::AllOf;
+using testing::HasSubstr;
+
+struct Outcome {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+class Sorvel : public testing::Test {
+protected:
+    Sorvel() : m_folder((fs::temp_directory_path() / "sorvel-test-XXXXXX").string()) {
+        if (mkdtemp(m_folder.data()) == nullptr) throw std::runtime_error("no temporary folder");
+    }
+    ~Sorvel() override { fs::remove_all(m_folder); }
+
+    /// Runs a shell command in the test's own folder, in which "sorvel" is the program.
+    Outcome shell(const std::string& command) const {
+        const std::string line = "cd '" + m_folder + "' && sorvel() { '" SORVEL_PROGRAM "' \"$@\"; } && { " +
+                                 command + "\n} >.out 2>.err </dev/null";
+        const int status = std::system(("exec bash -c '" + quoted(line) + "'").c_str());
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, content(".out"), content(".err")};
+    }
+    void sox(const std::string& arguments) const {
+        const Outcome outcome = shell("sox -R -V1 " + arguments);
+        ASSERT_EQ(outcome.status, 0) << "sox " << arguments << ": " << outcome.err;
+    }
+    void write(const std::string& name, const std::string& bytes) const {
+        std::ofstream(m_folder + "/" + name, std::ios::binary) << bytes;
+    }
+    std::string content(const std::string& name) const {
+        std::ostringstream text;
+        text << std::ifstream(m_folder + "/" + name, std::ios::binary).rdbuf();
+        return text.str();
+    }
+    std::vector<std::string> visibleFiles() const {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(m_folder))
+            if (const std::string name = entry.path().filename(); name != ".out" && name != ".err")
+                names.push_back(name);
+        return names;
+    }
+    const std::string& folder() const { return m_folder; }
+
+private:
+    static std::string quoted(const std::string& text) {
+        std::string result;
+        for (const char c : text) result += c == '\'' ? std::string("'\\''") : std::string(1, c);
+        return result;
+    }
+    std::string m_folder;
+};
+
+std::vector<nlohmann::json> objects(const std::string& lines) {
+    std::vector<nlohmann::json> result;
+    std::istringstream stream(lines);
+    for (std::string line; std::getline(stream, line);) result.push_back(nlohmann::json::parse(line));
+    return result;
+}
+
+TEST_F(Sorvel, HearsWhatItSendsAtEveryRateAndFormatAsFileAndStream) {
+    for (const std::string rate : {"44100", "48000", "96000"})
+        for (const std::string format : {"u8", "i16", "f32"}) {
+            const std::string send =
+                "sorvel send 'acme_12 x' --rate " + rate + " --format " + format + " -o ";
+            SCOPED_TRACE(send);
+            EXPECT_EQ(shell(send + "a.wav && sorvel listen a.wav --prefix acme").out, "acme_12 x\n");
+            EXPECT_EQ(shell(send + "- | sorvel listen - --prefix ACME").out, "acme_12 x\n");
+            // Another reader finds a sound WAV of the length that was announced.
+            const Outcome other =
+                shell(send + "- | sox -V1 -t wav - b.wav && soxi -r b.wav && soxi -s b.wav");
+            EXPECT_EQ(other.out, rate + "\n" + std::to_string(std::lround(3.664 * std::stod(rate))) + "\n");
+            EXPECT_EQ(other.err, "");
+        }
+}
+
+TEST_F(Sorvel, HearsARecordingMadeQuietAndNoisyByAnotherProgramInAnyFormat) {
+    ASSERT_EQ(shell("sorvel send acme_1234 -o a.wav").status, 0);
+    sox("a.wav -r 44100 -b 16 quiet.wav gain -24"); // 0.5 of full scale to -30 dBFS
+    sox("-n -r 44100 -b 16 noise.wav synth 3.664 whitenoise gain -42");
+    sox("-m -v 1 quiet.wav -v 1 noise.wav r.wav");
+    sox("r.wav r.flac");
+    sox("r.wav -C 8 r.ogg");
+    sox("a.wav -c 2 -b 24 stereo.wav remix 1 0"); // one channel silent
+    sox("r.wav -r 96000 -e floating-point -b 32 float.wav");
+    for (const std::string file : {"r.wav", "r.flac", "r.ogg", "stereo.wav", "float.wav"})
+        EXPECT_EQ(shell("sorvel listen --prefix acme " + file).out, "acme_1234\n") << file;
+    EXPECT_EQ(shell("sox -V1 r.wav -t wav - | sorvel listen -").out, "acme_1234\n");
+}
+
+TEST_F(Sorvel, HearsSamplesWithoutAHeader) {
+    ASSERT_EQ(shell("sorvel send acme_1234 --rate 96000 -o a.wav").status, 0);
+    sox("a.wav -c 3 -t raw -e signed-integer -b 32 i32.raw");
+    EXPECT_EQ(shell("sorvel listen i32.raw --raw --rate 96000 --format i32 --channels 3").out, "acme_1234\n");
+    EXPECT_EQ(shell("sox a.wav -t raw - | sorvel listen - --raw --rate 96000 --prefix acme").out,
+              "acme_1234\n");
+    // Every third sample not a number, infinite, or huge.
+    sox("a.wav -t raw -e floating-point -b 32 f32.raw");
+    std::string bytes = content("f32.raw");
+    const float bad[] = {NAN, INFINITY, -INFINITY, 3e38F};
+    for (std::size_t i = 0; i * 4 * 3000 < bytes.size(); ++i)
+        bytes.replace(i * 4 * 3000, 4, std::string(reinterpret_cast<const char*>(&bad[i % 4]), 4));
+    write("f32.raw", bytes);
+    EXPECT_EQ(shell("sorvel listen f32.raw --raw --rate 96000 --format f32").out, "acme_1234\n");
+}
+
+TEST_F(Sorvel, ReportsTimeAndFileAsJsonAndDropsRepeatsWithinASecond) {
+    ASSERT_EQ(shell("sorvel send acme_1 --repeat 2 --gap 2 -o 'a \"b\".wav'").status, 0);
+    const Outcome outcome = shell("sorvel listen 'a \"b\".wav' --json");
+    const auto heard = objects(outcome.out);
+    ASSERT_EQ(heard.size(), 2U) << outcome.out;
+    for (const auto& object : heard) {
+        EXPECT_EQ(object.at("text"), "acme_1");
+        EXPECT_EQ(object.at("file"), "a \"b\".wav");
+        EXPECT_EQ(object.size(), 3U);
+    }
+    EXPECT_NEAR(heard[0].at("time").get<double>(), 3.3, 0.2); // 0.1 s of silence and 3.264 s of sound
+    EXPECT_NEAR(heard[1].at("time").get<double>() - heard[0].at("time").get<double>(), 5.264, 0.11);
+    EXPECT_GT(objects(shell("sorvel listen *.wav --json --all").out).size(), 2U);
+}
+
+// One process has four modem instances, and nothing of one file may be heard in the next.
+TEST_F(Sorvel, ListensToManyFilesEachByItself) {
+    std::string files, expected;
+    for (const std::string i : {"0", "1", "2", "3", "4", "5"}) {
+        ASSERT_EQ(shell("sorvel send text_" + i + " -o " + i + ".wav").status, 0);
+        sox(i + ".wav start" + i + ".wav trim 0 1.8"); // two halves of different files beside each other
+        sox(i + ".wav end" + i + ".wav trim 1.8");
+        files += " " + i + ".wav start" + i + ".wav end" + i + ".wav";
+        expected += "text_" + i + "\n";
+    }
+    const Outcome outcome = shell("sorvel listen" + files);
+    EXPECT_EQ(outcome.out, expected);
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(outcome.status, 0);
+
+    const Outcome oneMissing = shell("sorvel listen 0.wav missing.wav 1.wav");
+    EXPECT_EQ(oneMissing.out, "text_0\ntext_1\n");
+    EXPECT_EQ(oneMissing.err, "sorvel: cannot read missing.wav: No such file or directory\n");
+    EXPECT_EQ(oneMissing.status, 2);
+}
+
+TEST_F(Sorvel, SaysByItsStatusThatNothingWasHeard) {
+    sox("-n -r 44100 silence.wav trim 0 2");
+    sox("-n -r 48000 noise.wav synth 20 whitenoise gain -6");
+    ASSERT_EQ(shell("sorvel send acme_1234 -o a.wav").status, 0);
+    for (const std::string arguments : {"silence.wav", "noise.wav", "a.wav --prefix other"}) {
+        const Outcome outcome = shell("sorvel listen " + arguments);
+        EXPECT_EQ(outcome.status, 1) << arguments;
+        EXPECT_EQ(outcome.out + outcome.err, "") << arguments;
+    }
+    // Where the recording itself is why, a line says so.
+    sox("a.wav -r 22050 low.wav");
+    EXPECT_THAT(shell("sorvel listen low.wav").err, HasSubstr("22050 Hz"));
+}
+
+TEST_F(Sorvel, TakesAHeaderThatLiesAboutTheLength) {
+    ASSERT_EQ(shell("sorvel send acme_1234 -o a.wav").status, 0);
+    const std::string wav = content("a.wav");
+    for (const std::string length : {"\xff\xff\xff\xff", "\xff\xff\xff\x7f"}) {
+        write("b.wav", wav.substr(0, 40) + length + wav.substr(44));
+        EXPECT_EQ(shell("sorvel listen b.wav").out, "acme_1234\n");
+        EXPECT_EQ(shell("cat b.wav | sorvel listen -").out, "acme_1234\n");
+    }
+    write("b.wav", wav.substr(0, 40) + std::string(4, '\0') + wav.substr(44));
+    EXPECT_THAT(shell("sorvel listen b.wav").err, HasSubstr("no samples"));
+}
+
+TEST_F(Sorvel, HearsWhatLiesBeforeTheDamageAndNothingOfItInTheNextFile) {
+    ASSERT_EQ(shell("sorvel send acme_1234 --repeat 2 -o a.wav").status, 0);
+    sox("a.wav a.flac");
+    const std::string flac = content("a.flac");
+    write("cut.flac", flac.substr(0, flac.size() * 3 / 4));
+    sox("a.wav rest.wav trim 6.2"); // what the cut took away
+    const Outcome outcome = shell("sorvel listen cut.flac rest.wav");
+    EXPECT_EQ(outcome.out, "acme_1234\n");
+    EXPECT_THAT(outcome.err, HasSubstr("cut.flac: damaged or incomplete"));
+    EXPECT_EQ(outcome.status, 2);
+}
+
+TEST_F(Sorvel, EndsQuietlyWhenItsReaderIsGone) {
+    EXPECT_EQ(shell("sorvel send acme --repeat 50 -o - | head -c 100 | wc -c; echo ${PIPESTATUS[0]}").out,
+              "100\n0\n");
+    ASSERT_EQ(shell("sorvel send acme -o a.wav").status, 0);
+    const Outcome outcome = shell("sorvel listen a.wav a.wav a.wav | true; echo ${PIPESTATUS[0]}");
+    EXPECT_EQ(outcome.out, "0\n");
+    EXPECT_EQ(outcome.err, "");
+}
+
+TEST_F(Sorvel, ReplacesAFileAtOnceAndOnlyWhenItIsWhole) {
+    ASSERT_EQ(
+        shell("sorvel send first -o a.wav && ln -s a.wav link.wav && sorvel send second -o link.wav").status,
+        0);
+    EXPECT_TRUE(fs::is_symlink(folder() + "/link.wav"));
+    EXPECT_EQ(shell("sorvel listen a.wav").out, "second\n");
+    // The limit is met in the middle of the samples, as a full disk would be.
+    EXPECT_NE(shell("(trap '' XFSZ; ulimit -f 100; sorvel send third -o a.wav)").status, 0);
+    EXPECT_EQ(shell("sorvel listen a.wav").out, "second\n");
+    EXPECT_THAT(visibleFiles(), testing::UnorderedElementsAre("a.wav", "link.wav"));
+    // What is no file is written to, not replaced.
+    EXPECT_EQ(shell("mkfifo pipe && { sorvel send fourth -o pipe & sorvel listen pipe; }").out, "fourth\n");
+}
+
+struct Mistake {
+    const char* arguments;
+    const char* hint; // what the line must name
+};
+
+class Mistakes : public Sorvel, public testing::WithParamInterface<Mistake> {};
+
+TEST_P(Mistakes, AreOneLineAndLeaveNoFile) {
+    write("empty", "");
+    write("text.wav", "no sound at all, but forty-four bytes and more of text");
+    const auto before = visibleFiles();
+    const Outcome outcome = shell(std::string("sorvel ") + GetParam().arguments);
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_THAT(outcome.err, AllOf(testing::StartsWith("sorvel: "), HasSubstr(GetParam().hint)));
+    EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+    EXPECT_THAT(visibleFiles(), testing::UnorderedElementsAreArray(before));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Sorvel, Mistakes,
+    testing::Values(
+        Mistake{"", "say what to do"}, Mistake{"sing", "sing"}, Mistake{"send", "TEXT is required"},
+        Mistake{"send acme", "output"}, Mistake{"send '' -o x.wav", "no text"},
+        Mistake{"send acme_12345678901 -o x.wav", "16 characters; at most 15"},
+        Mistake{"send Acme -o x.wav", "'A' cannot be sent; try \"acme\""},
+        Mistake{"send a-b -o x.wav", "'-' cannot be sent; these characters can be sent: \"0123"},
+        Mistake{"send caf\u00e9 -o x.wav", "'\u00e9' cannot"},
+        Mistake{"send $'a\\nb' -o x.wav", "character 10"},
+        Mistake{"send acme -o x.wav --rate 8000", "--rate"},
+        Mistake{"send acme -o x.wav --format mp3", "--format"},
+        Mistake{"send acme -o x.wav --volume 101", "--volume"},
+        Mistake{"send acme -o x.wav --gap -1", "--gap"},
+        Mistake{"send acme -o x.wav --repeat 99999 --gap 3600", "4 GiB"},
+        Mistake{"send acme -o x.wav --loud", "--loud"}, Mistake{"send acme -o none/x.wav", "none/x.wav"},
+        Mistake{"send acme -o .", "folder"}, Mistake{"send acme -o /dev/full", "/dev/full"},
+        Mistake{"send acme -o - >/dev/full", "standard output"}, Mistake{"listen", "FILE"},
+        Mistake{"listen missing.wav", "missing.wav"}, Mistake{"listen .", "folder"},
+        Mistake{"listen empty", "empty"}, Mistake{"listen text.wav", "text.wav"},
+        Mistake{"listen - <text.wav", "standard input"}, Mistake{"listen - </dev/null", "standard input"},
+        Mistake{"listen empty --raw", "--rate"}, Mistake{"listen empty --rate 96000", "--raw"},
+        Mistake{"listen empty --raw --rate 7", "7"},
+        Mistake{"listen empty --raw --rate 48000 --channels 65", "65"},
+        Mistake{"listen empty --prefix a-b", "a-b"}, Mistake{"listen $'two\\nlines'", "two?lines"},
+        Mistake{"demo -o -", "file"}, Mistake{"demo --seed many", "many"}));
+
+TEST_F(Sorvel, DemonstratesItselfInEveryRoom) {
+    for (const std::string seed : {"1", "2", "3", "4", "5"}) {
+        const Outcome outcome = shell("sorvel demo --json --seed " + seed);
+        EXPECT_EQ(outcome.status, 0) << seed;
+        const auto heard = objects(outcome.out);
+        ASSERT_EQ(heard.size(), 1U) << seed;
+        EXPECT_EQ(heard[0].at("text"), "acme_1234") << seed;
+    }
+    const Outcome outcome = shell("sorvel demo -o air.wav");
+    EXPECT_THAT(outcome.out,
+                AllOf(HasSubstr("no microphone"), HasSubstr("RT60 0.4 s"), HasSubstr("acme_1234")));
+    EXPECT_EQ(shell("sorvel listen air.wav").out, "acme_1234\n"); // and 16 bits do not lose it
+}
+
+TEST_F(Sorvel, ExplainsItself) {
+    EXPECT_THAT(shell("sorvel --version").out, testing::MatchesRegex("sorvel [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+    for (const std::string command : {"", "send", "listen", "demo"})
+        EXPECT_THAT(shell("sorvel " + command + " --help").out,
+                    AllOf(HasSubstr("Usage:"), HasSubstr("Examples:")));
+}
+
+} // namespace

@@ -1,0 +1,90 @@
+#include "tools/command.hpp"
+
+#include "platform/audio_file.hpp"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace sorvel {
+
+namespace {
+
+std::string printable(std::string_view text) {
+    std::string shown(text);
+    for (char& c : shown)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
+    return shown;
+}
+
+constexpr std::array<std::pair<StoredFormat, const char*>, 4> kFormatNames{
+    {
+     {StoredFormat::U8, "u8"},
+     {StoredFormat::I16, "i16"},
+     {StoredFormat::I32, "i32"},
+     {StoredFormat::F32, "f32"},
+     }
+};
+
+} // namespace
+
+CLI::Option* addFormat(CLI::App& app, StoredFormat& format, const std::vector<StoredFormat>& formats,
+                       const std::string& help) {
+    std::vector<std::string> names;
+    std::string initial;
+    for (const auto& [value, name] : kFormatNames) {
+        if (std::find(formats.begin(), formats.end(), value) != formats.end()) names.emplace_back(name);
+        if (value == format) initial = name;
+    }
+    const auto take = [&format](const std::string& given) {
+        for (const auto& [value, name] : kFormatNames)
+            if (given == name) format = value;
+    };
+    return app.add_option_function<std::string>("--format", take, help + CLI::detail::join(names, ", "))
+        ->check(CLI::IsMember(names))
+        ->type_name("NAME")
+        ->default_str(initial);
+}
+
+void printLine(std::string_view line) {
+    std::string whole(line);
+    whole += '\n';
+    if (std::fwrite(whole.data(), 1, whole.size(), stdout) == whole.size() && std::fflush(stdout) == 0)
+        return;
+    if (errno == EPIPE) throw OutputClosed();
+    throw std::runtime_error("cannot write standard output: " + std::generic_category().message(errno));
+}
+
+void printError(std::string_view text) { std::fprintf(stderr, "sorvel: %s\n", printable(text).c_str()); }
+
+struct StatusLine::State {
+    std::chrono::steady_clock::time_point next; // when it may be shown again
+    bool isShown = false;
+};
+
+StatusLine::StatusLine() : m_state(::isatty(STDERR_FILENO) == 1 ? std::make_unique<State>() : nullptr) {}
+
+StatusLine::~StatusLine() { clear(); }
+
+void StatusLine::show(const std::function<std::string()>& text) {
+    if (!m_state) return;
+    const auto now = std::chrono::steady_clock::now();
+    if (now < m_state->next) return;
+    m_state->next = now + std::chrono::milliseconds(100);
+    m_state->isShown = true;
+    std::fprintf(stderr, "\r\033[K%s", printable(text()).c_str());
+}
+
+void StatusLine::clear() {
+    if (!m_state || !m_state->isShown) return;
+    m_state->isShown = false;
+    std::fputs("\r\033[K", stderr);
+}
+
+} // namespace sorvel

@@ -1,0 +1,73 @@
+/// What the subcommands of `sorvel` share: how they are called, how they end, and how they speak.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace CLI {
+class App;
+class Option;
+} // namespace CLI
+
+namespace sorvel {
+
+enum class StoredFormat : std::uint8_t;
+
+enum ExitCode : int {
+    kDone = 0,         // for a listening command: something was heard
+    kNothingHeard = 1, // no error
+    kFailed = 2        // usage, input or output
+};
+
+/// A subcommand as main sees it: `app` has parsed the options that `run` works by.
+struct Command {
+    CLI::App* app;
+    std::function<int()>
+        run; ///< answers an ExitCode, or throws an exception whose text is one line for the user
+};
+
+Command addSend(CLI::App& sorvel);
+Command addListen(CLI::App& sorvel);
+Command addDemo(CLI::App& sorvel);
+Command addDevices(CLI::App& sorvel);
+
+/// A mistake in how the command was called; one line.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// A --format option that takes the names of `formats`. What `help` says is followed by these names.
+CLI::Option* addFormat(CLI::App& app, StoredFormat& format, const std::vector<StoredFormat>& formats,
+                       const std::string& help);
+
+/// Writes a line to standard output at once, so that it does not wait in a pipe for the next one.
+/// @throws OutputClosed when its reader is gone, std::runtime_error when it cannot be written
+void printLine(std::string_view line);
+
+/// "sorvel: " and the text on standard error. What could break the line or drive a terminal shows as '?'.
+void printError(std::string_view text);
+
+/// A line on standard error that is written over again and again, when that is a terminal; else nothing.
+class StatusLine {
+public:
+    StatusLine();
+    ~StatusLine();
+    StatusLine(const StatusLine&) = delete;
+    StatusLine& operator=(const StatusLine&) = delete;
+
+    /// Shows `text`, but no more than ten times a second.
+    void show(const std::function<std::string()>& text);
+    void clear();
+
+private:
+    struct State;
+    std::unique_ptr<State> m_state; // null: no terminal
+};
+
+} // namespace sorvel

@@ -1,0 +1,128 @@
+#include "platform/audio_file.hpp"
+#include "platform/rate_converter.hpp"
+#include "tools/command.hpp"
+#include "tools/transmission.hpp"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace sorvel {
+
+namespace {
+
+// Players lose the first moments of a sound, and a receiver needs the frame after the last one.
+constexpr double kLead_s = 0.1;
+constexpr double kTail_s = 0.3;
+
+struct SendOptions {
+    std::string text;
+    std::string output;
+    int rate_hz = kTransmissionRate_hz;
+    StoredFormat format = StoredFormat::I16;
+    int volume_percent = 50;
+    std::uint32_t repeat = 1;
+    double gap_s = 1.0;
+};
+
+constexpr const char* kFooter =
+    "Examples:\n"
+    "  sorvel send \"acme_1234\" -o hello.wav\n"
+    "  sorvel send \"acme_1234\" -o hello.wav --rate 44100 --volume 80\n"
+    "  sorvel send \"acme_1234\" --repeat 10 --gap 2 -o - | aplay\n"
+    "  sorvel send \"acme_1234\" -o - | sorvel listen - --prefix acme\n"
+    "A transmission lasts 3.26 s. 0.1 s of silence goes before the first one and 0.3 s after the last one.\n"
+    "Play it as it is: MP3 and most messengers remove the band it uses, 18 to 19.5 kHz.";
+
+std::uint64_t samplesIn(double seconds) {
+    return static_cast<std::uint64_t>(std::llround(seconds * kTransmissionRate_hz));
+}
+
+/// Sound at 48 kHz on its way into a file of another rate.
+class Recorder {
+public:
+    Recorder(const SendOptions& options, std::uint64_t samples)
+        : m_converter(kTransmissionRate_hz, options.rate_hz),
+          m_writer(options.output, options.rate_hz, options.format,
+                   static_cast<std::uint64_t>(
+                       std::llround(static_cast<double>(samples) * options.rate_hz / kTransmissionRate_hz))) {
+    }
+
+    void sound(std::span<const float> samples) {
+        while (!samples.empty()) {
+            const Converted step = m_converter.convert(samples, m_piece);
+            samples = samples.subspan(step.consumed);
+            m_writer.write(std::span(m_piece).first(step.produced));
+        }
+    }
+    void silence(std::uint64_t samples) {
+        static constexpr std::array<float, 4096> kSilence{};
+        while (samples > 0) {
+            const std::size_t n = std::min<std::uint64_t>(samples, kSilence.size());
+            sound(std::span(kSilence).first(n));
+            samples -= n;
+        }
+    }
+    void finish() {
+        while (const std::size_t n = m_converter.flush(m_piece)) m_writer.write(std::span(m_piece).first(n));
+        m_writer.finish();
+    }
+
+private:
+    RateConverter m_converter;
+    WavWriter m_writer;
+    std::array<float, 4096> m_piece{};
+};
+
+int send(const SendOptions& options) {
+    if (const std::string obstacle = obstacleToSending(options.text); !obstacle.empty())
+        throw UsageError(obstacle);
+    const std::vector<float> waveform = transmission(options.text, options.volume_percent);
+
+    const std::uint64_t lead = samplesIn(kLead_s), gap = samplesIn(options.gap_s), tail = samplesIn(kTail_s);
+    Recorder recorder(options, lead + options.repeat * waveform.size() + (options.repeat - 1) * gap + tail);
+    recorder.silence(lead);
+    for (std::uint32_t i = 0; i < options.repeat; ++i) {
+        if (i > 0) recorder.silence(gap);
+        recorder.sound(waveform);
+    }
+    recorder.silence(tail);
+    recorder.finish();
+    return kDone;
+}
+
+} // namespace
+
+Command addSend(CLI::App& sorvel) {
+    const auto options = std::make_shared<SendOptions>();
+    CLI::App* const app =
+        sorvel.add_subcommand("send", "Turn a text into sound: a WAV file, or a stream for a player");
+    app->footer(kFooter);
+    app->add_option("TEXT", options->text, "1 to 15 of: digits, a to z (lower case), underscore, space")
+        ->required();
+    app->add_option("-o,--output", options->output, "WAV file to write, or - for standard output")
+        ->required()
+        ->type_name("FILE");
+    app->add_option("--rate", options->rate_hz, "samples per second: 44100, 48000 or 96000")
+        ->check(CLI::IsMember({44100, 48000, 96000}))
+        ->capture_default_str();
+    addFormat(*app, options->format, {StoredFormat::U8, StoredFormat::I16, StoredFormat::F32}, "samples as ");
+    app->add_option("--volume", options->volume_percent, "percent of full scale, 1 to 100")
+        ->check(CLI::Range(1, 100))
+        ->capture_default_str();
+    app->add_option("--repeat", options->repeat, "transmissions, 1 to 100000")
+        ->check(CLI::Range(1, 100000))
+        ->capture_default_str();
+    app->add_option("--gap", options->gap_s, "seconds of silence between them, 0 to 3600")
+        ->check(CLI::Range(0.0, 3600.0))
+        ->capture_default_str();
+    return {app, [options] { return send(*options); }};
+}
+
+} // namespace sorvel
