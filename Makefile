@@ -19,7 +19,7 @@ build: build/packages-build
 	cmake --build $(BUILD)-user -j $(JOBS)
 
 listen: build
-	$(BUILD)-user/tools/sorvel demo
+	$(BUILD)-user/tools/sorvel listen --or-demo
 
 test: build/packages-build build/packages-test
 	cmake --preset release

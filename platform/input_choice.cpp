@@ -118,10 +118,8 @@ InputChoice chooseInput(const std::string& device, const SoundServer& server) {
     std::vector<const InputChoice*> fitting;
     for (const InputChoice& input : inputs) {
         if (input.name == device) return input;
-        const auto source = std::find_if(server.sources.begin(), server.sources.end(),
-                                         [&](const ServerSource& one) { return one.name == input.name; });
-        const std::string described =
-            input.name + '\n' + (source != server.sources.end() ? source->description : std::string());
+        const ServerSource* const source = server.find(input.name);
+        const std::string described = input.name + '\n' + (source != nullptr ? source->description : "");
         if (lowerCased(described).find(wanted) != std::string::npos) fitting.push_back(&input);
     }
     if (fitting.size() == 1) return *fitting.front();

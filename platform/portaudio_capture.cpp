@@ -16,6 +16,7 @@ constexpr double kWait_s = 0.1;
 // Counted in waits rather than in time, so that a machine that stands still for a while ends nothing.
 constexpr int kQuietWaits = 9;
 constexpr int kQuietWaitsAtFirst = 50;
+constexpr int kWaitsToAsk = 3;
 
 std::string described(const CaptureStatus& status, const std::string& what) {
     return "the input \"" + status.device + "\" " + what;
@@ -29,29 +30,26 @@ struct PortAudioCapture::State {
     void prepare();
     AudioResult start();
     void end() noexcept;
-    void read(AudioBuffer block) noexcept;
+    void read(PortAudioStream& input, AudioBuffer block) noexcept;
     void deliver(const AudioBuffer& block, double time_s);
     void lose(const char* how) noexcept;
-    void setError(const std::string& line);
-    void setStream(std::shared_ptr<PortAudioStream> next);
+    void close(std::string error) noexcept;
+    void setStream(std::shared_ptr<PortAudioStream> next, std::string error);
     CaptureStatus currentStatus() const;
+    AudioFormat format() const;
     void print(const std::string& line) const {
         if (options.lines) options.lines->line("Sorvel: " + line);
     }
-    AudioFormat format() const {
-        if (!stream) return {SampleType::Float32, 48000.0, 1, true};
-        return {SampleType::Float32, stream->input().rate_hz, stream->input().channelCount, true};
-    }
 
     const CaptureOptions options;
-    std::mutex controlMutex;                 // one start, stop or look at a time
-    std::shared_ptr<PortAudioStream> stream; // prepared or started; changes with the status
+    std::mutex controlMutex; // one start, stop or look at a time
     std::thread reader;
     std::atomic<bool> isStopping = false;
     std::atomic<bool> isRunning = false;
 
-    mutable std::mutex statusMutex; // not taken on the capture thread, except at its end
-    CaptureStatus status;           // but for the counts of `stream`
+    mutable std::mutex statusMutex; // of the two below; not taken on the capture thread but at its end
+    std::shared_ptr<PortAudioStream> stream; // prepared or started
+    CaptureStatus status;                    // but for the counts of `stream`
 
     std::mutex tapMutex; // the capture thread only tries it
     TapBlock tap;
@@ -107,34 +105,36 @@ CaptureStatus PortAudioCapture::State::currentStatus() const {
     return current;
 }
 
-void PortAudioCapture::State::setError(const std::string& line) {
+AudioFormat PortAudioCapture::State::format() const {
     const std::lock_guard lock(statusMutex);
-    status.error = line;
+    if (status.device.empty()) return {SampleType::Float32, 48000.0, 1, true};
+    return {SampleType::Float32, status.rate_hz, status.channelCount, true};
 }
 
-void PortAudioCapture::State::setStream(std::shared_ptr<PortAudioStream> next) {
+void PortAudioCapture::State::setStream(std::shared_ptr<PortAudioStream> next, std::string error) {
     const std::lock_guard lock(statusMutex);
     stream = std::move(next);
     status = {};
+    status.error = std::move(error);
     if (!stream) return;
-    const InputChoice& input = stream->input();
-    status = {input.name, input.rate_hz, input.channelCount, 0, 0, {}};
+    status.device = stream->input().name;
+    status.rate_hz = stream->input().rate_hz;
+    status.channelCount = stream->input().channelCount;
 }
 
 /// Leaves a stream ready to start, or none and the reason in the status.
 void PortAudioCapture::State::prepare() {
     end();
-    setStream(nullptr);
     try {
-        setStream(PortAudioStream::prepare(options.device));
+        setStream(PortAudioStream::prepare(options.device), {});
     } catch (const std::exception& error) {
-        setError(error.what());
+        setStream(nullptr, error.what());
     }
 }
 
 AudioResult PortAudioCapture::State::start() {
     // What has ended by itself, or was not looked for since the last start, is looked for now.
-    if (!stream || reader.joinable()) prepare();
+    if (reader.joinable() || !stream) prepare();
     if (!stream) return AudioResult::failure(currentStatus().error);
     try {
         const BlockLengths lengths(format().sampleRate);
@@ -142,55 +142,65 @@ AudioResult PortAudioCapture::State::start() {
         stream->start(lengths.longest());
         isStopping = false;
         isRunning = true;
-        reader = std::thread([this, block = std::move(block)]() mutable { read(std::move(block)); });
+        reader = std::thread(
+            [this, &input = *stream, block = std::move(block)]() mutable { read(input, std::move(block)); });
         return AudioResult::success();
     } catch (const std::exception& error) {
-        end();
-        setError(error.what());
+        isRunning = false;
+        close(error.what());
         return AudioResult::failure(error.what());
     }
 }
 
 void PortAudioCapture::State::end() noexcept {
     isStopping = true;
-    if (stream) stream->wake();
+    if (const std::lock_guard lock(statusMutex); stream) stream->wake();
     if (reader.joinable()) reader.join();
     isRunning = false;
-    if (!stream) return;
+    close({});
+}
+
+/// Closes what is open. Its counts stay in the status.
+void PortAudioCapture::State::close(std::string error) noexcept {
     std::shared_ptr<PortAudioStream> ending;
-    try {
-        const CaptureStatus last = currentStatus();
-        if (last.overruns > 0)
-            print(described(last, "lost sound " + std::to_string(last.overruns) +
-                                      " times, because the machine was not fast enough: " +
-                                      std::to_string(last.droppedFrames) + " frames"));
+    {
         const std::lock_guard lock(statusMutex);
-        ending = std::move(stream);
-        status = last;
-    } catch (const std::exception&) { // no memory for a line
+        if (!stream) return;
+        status.overruns = stream->overruns();
+        status.droppedFrames = stream->droppedFrames();
+        status.error = std::move(error);
         ending = std::move(stream);
     }
     PortAudioStream::retire(std::move(ending));
+    try {
+        if (const CaptureStatus last = currentStatus(); last.overruns > 0)
+            print(described(last, "lost sound " + std::to_string(last.overruns) +
+                                      " times, because the machine was not fast enough: " +
+                                      std::to_string(last.droppedFrames) + " frames"));
+    } catch (const std::exception&) { // no memory for a line
+    }
 }
 
 // --- the capture thread
 
 /// Takes blocks of 100 ms from the ring until it is stopped or the input ends. Between blocks: no allocation,
 /// no lock but one that is only tried, no message. The wait for sound is the only one.
-void PortAudioCapture::State::read(AudioBuffer block) noexcept {
+void PortAudioCapture::State::read(PortAudioStream& input, AudioBuffer block) noexcept {
     const AudioFormat form = block.format();
     BlockLengths lengths(form.sampleRate);
     std::uint64_t delivered_frames = 0;
     int quietWaits = 0;
     for (std::uint32_t wanted = lengths.next(); !isStopping;) {
-        quietWaits = stream->wait(kWait_s) ? 0 : quietWaits + 1;
-        while (!isStopping && stream->take(block.floatSamples(0).first(wanted * form.channelCount))) {
+        quietWaits = input.wait(kWait_s) ? 0 : quietWaits + 1;
+        while (!isStopping && input.take(block.floatSamples(0).first(wanted * form.channelCount))) {
             block.setFrameLength(wanted);
             deliver(block, static_cast<double>(delivered_frames) / form.sampleRate);
             delivered_frames += wanted;
             wanted = lengths.next();
         }
-        if (stream->hasEnded()) return lose("is gone: it was unplugged, or the sound server ended");
+        const bool hasLostServer = quietWaits > 0 && quietWaits % kWaitsToAsk == 0 && input.hasLostServer();
+        if (input.hasEnded() || hasLostServer)
+            return lose("is gone: it was unplugged, or the sound server ended");
         if (quietWaits >= (delivered_frames > 0 ? kQuietWaits : kQuietWaitsAtFirst))
             return lose("delivers no sound: unplugged, or the sound server hangs");
     }
@@ -203,13 +213,16 @@ void PortAudioCapture::State::deliver(const AudioBuffer& block, double time_s) {
     if (lock && tap) tap(block, time_s);
 }
 
+/// Closes at once rather than at the next stop: an input that has failed may keep its thread busy.
 void PortAudioCapture::State::lose(const char* how) noexcept {
-    isRunning = false;
     try {
         const std::string line = described(currentStatus(), how);
-        setError(line);
         print(line);
+        isRunning = false;
+        close(line);
     } catch (const std::exception&) { // no memory for a line
+        isRunning = false;
+        close({});
     }
 }
 

@@ -14,9 +14,7 @@ constexpr double kUsablePart = 0.45; // of the rate, below a converter's filter
 
 InputDevice described(const InputChoice& input, const SoundServer& server) {
     InputDevice device{input.name, "", false, false, 0.0, {}, input.rate_hz};
-    const auto source = std::find_if(server.sources.begin(), server.sources.end(),
-                                     [&](const ServerSource& one) { return one.name == input.name; });
-    if (source != server.sources.end()) {
+    if (const ServerSource* const source = server.find(input.name)) {
         device.description = source->description;
         device.isMonitor = source->isMonitor;
         device.nativeRate_hz = source->rate_hz;

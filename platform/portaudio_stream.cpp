@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cmath>
 #include <ctime>
+#include <exception>
 #include <future>
 #include <pa_linux_alsa.h>
 #include <thread>
@@ -16,6 +17,7 @@ namespace {
 
 constexpr double kRing_s = 2.0;
 constexpr double kLatency_s = 0.1;
+constexpr double kAsking_s = 0.2;
 constexpr std::chrono::seconds kLongestClose(2);
 
 AudioDeviceError cannotOpen(const InputChoice& input, PaError error) {
@@ -31,11 +33,17 @@ AudioDeviceError cannotOpen(const InputChoice& input, PaError error) {
 std::shared_ptr<PortAudioStream> PortAudioStream::prepare(const std::string& device) {
     const SoundServer server = askSoundServer();
     if (server.state == ServerState::Silent) throw AudioDeviceError(kServerIsSilent);
-    auto stream = std::make_shared<PortAudioStream>(); // before the turn, in which it could not end
-    const auto turn = portAudioTurn();
-    stream->m_library.emplace();
-    stream->m_input = chooseInput(device, server);
-    return stream;
+    auto stream = std::make_shared<PortAudioStream>();
+    try {
+        const auto turn = portAudioTurn();
+        stream->m_library.emplace();
+        stream->m_input = chooseInput(device, server);
+        stream->m_isServed = server.find(stream->m_input.name) != nullptr;
+        return stream;
+    } catch (...) {
+        retire(std::move(stream)); // outside the turn, in which it could not end
+        throw;
+    }
 }
 
 void PortAudioStream::start(std::uint32_t blockFrames) {
@@ -61,6 +69,7 @@ void PortAudioStream::start(std::uint32_t blockFrames) {
 }
 
 PortAudioStream::~PortAudioStream() {
+    if (!m_library) return; // nor anything opened
     const auto turn = portAudioTurnAtLast();
     // Not quiet: while this hangs, the process would have no standard error.
     if (m_handle != nullptr) {
@@ -97,6 +106,14 @@ bool PortAudioStream::wait(double timeout_s) noexcept {
 bool PortAudioStream::take(std::span<float> interleaved) noexcept {
     return m_ring->read_available() >= interleaved.size() &&
            m_ring->pop(interleaved.data(), interleaved.size()) == interleaved.size();
+}
+
+bool PortAudioStream::hasLostServer() const noexcept {
+    try {
+        return m_isServed && askSoundServer(kAsking_s).state == ServerState::Absent;
+    } catch (const std::exception&) { // out of memory
+        return false;
+    }
 }
 
 /// On the library's thread: no allocation, no lock, no waiting, no message. Waking the reader is all that

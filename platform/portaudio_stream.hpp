@@ -50,6 +50,9 @@ public:
     bool take(std::span<float> interleaved) noexcept;
     /// The library has ended it: device or server is gone.
     bool hasEnded() const noexcept { return m_hasEnded; }
+    /// It comes from a sound server, which is not there any more. For when sound is overdue: asks, allocates.
+    /// The library may not notice, if the server dies before the first sound.
+    bool hasLostServer() const noexcept;
 
     // --- any thread
 
@@ -77,6 +80,7 @@ private:
 
     std::optional<PortAudioLibrary> m_library;
     InputChoice m_input;
+    bool m_isServed = false; // by a sound server
     PaStream* m_handle = nullptr;
     std::optional<boost::lockfree::spsc_queue<float>> m_ring;
     Semaphore m_news;

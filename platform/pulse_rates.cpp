@@ -18,6 +18,12 @@ const ServerSource* SoundServer::defaultSource() const noexcept {
     return found == sources.end() ? nullptr : &*found;
 }
 
+const ServerSource* SoundServer::find(const std::string& name) const noexcept {
+    const auto found = std::find_if(sources.begin(), sources.end(),
+                                    [&](const ServerSource& source) { return source.name == name; });
+    return found == sources.end() ? nullptr : &*found;
+}
+
 #ifdef SORVEL_WITH_PULSE
 
 namespace {

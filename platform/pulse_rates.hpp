@@ -23,7 +23,8 @@ struct SoundServer {
     ServerState state = ServerState::Absent; ///< Silent: connected to, but no answer in time
     std::vector<ServerSource> sources;       ///< microphones before monitors, by name
 
-    const ServerSource* defaultSource() const noexcept; ///< null: none
+    const ServerSource* defaultSource() const noexcept;               ///< null: none
+    const ServerSource* find(const std::string& name) const noexcept; ///< null: not one of its sources
 };
 
 /// Asks the server that PULSE_SERVER or the user's configuration names; starts none. PULSE_SOURCE counts as

@@ -35,6 +35,10 @@ Command addSend(CLI::App& sorvel);
 Command addListen(CLI::App& sorvel);
 Command addDemo(CLI::App& sorvel);
 Command addDevices(CLI::App& sorvel);
+Command addHash(CLI::App& sorvel);
+
+/// The demonstration with its defaults.
+int runDemo();
 
 /// A mistake in how the command was called; one line.
 class UsageError : public std::runtime_error {

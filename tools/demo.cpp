@@ -82,7 +82,9 @@ int demo(const DemoOptions& options) {
     }
 
     bool wasHeard = false;
-    TextReceiver receiver(kPrefix, Repeats::Drop, [&](const Heard& heard) {
+    Platform platform = defaultPlatform();
+    platform.http = nullptr;
+    TextReceiver receiver(kPrefix, Repeats::Drop, platform, [&](const Heard& heard) {
         wasHeard = true;
         std::array<char, 64> line{};
         std::snprintf(line.data(), line.size(), "Heard after %.1f s: %s", heard.time_s, heard.text.c_str());
@@ -96,6 +98,8 @@ int demo(const DemoOptions& options) {
 }
 
 } // namespace
+
+int runDemo() { return demo({}); }
 
 Command addDemo(CLI::App& sorvel) {
     const auto options = std::make_shared<DemoOptions>();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/message.hpp"
 #include "tools/text_receiver.hpp"
 
 #include <string>
@@ -9,5 +10,7 @@ namespace sorvel {
 /// {"text":...,"time":...,"file":...}, without a line break. A file name that is not UTF-8 has its wrong
 /// bytes replaced.
 std::string jsonLine(const Heard& heard, const std::string& file);
+/// {"message":...,"hex":...,"time":...,"file":...}, the first only where the bytes are printable.
+std::string jsonLine(const HeardMessage& heard, const std::string& file);
 
 } // namespace sorvel

@@ -1,7 +1,11 @@
 #include "payload/encoding.hpp"
 #include "platform/audio_file.hpp"
+#include "telemetry/EventHub.hpp"
 #include "tools/command.hpp"
 #include "tools/heard_line.hpp"
+#include "tools/listen_options.hpp"
+#include "tools/message.hpp"
+#include "tools/protocol_file.hpp"
 #include "tools/text_receiver.hpp"
 
 #include <CLI/CLI.hpp>
@@ -16,15 +20,6 @@
 namespace sorvel {
 
 namespace {
-
-struct ListenOptions {
-    std::vector<std::string> files;
-    std::string prefix;
-    bool json = false;
-    bool all = false;
-    bool isRaw = false;
-    RawAudio raw;
-};
 
 constexpr const char* kFooter =
     "Examples:\n"
@@ -52,56 +47,72 @@ void checkPrefix(const std::string& prefix) {
                              std::string(encoding::kAlphabet) + "\"");
 }
 
-class Listening {
+/// Goes through files with a TextReceiver or a MessageReceiver.
+class FileListening {
 public:
-    explicit Listening(const ListenOptions& options)
-        : m_options(options), m_receiver(options.prefix, options.all ? Repeats::Report : Repeats::Drop,
-                                         [this](const Heard& heard) {
-                                             m_wasHeard = true;
-                                             m_status.clear();
-                                             printLine(m_options.json ? jsonLine(heard, m_file) : heard.text);
-                                         }) {}
+    explicit FileListening(const ListenOptions& options) : m_options(options) {}
 
+    template <class Receiver>
+    void listenTo(Receiver& receiver) {
+        for (const std::string& file : m_options.files) {
+            try {
+                listenTo(receiver, file);
+            } catch (const AudioFileError& error) {
+                printError(error.what());
+                m_hasFailed = true;
+            } catch (const OutputClosed&) {
+                return;
+            }
+        }
+    }
+
+    void hear(const Heard& heard) { say(m_options.json ? jsonLine(heard, m_file) : heard.text); }
+    void hear(const HeardMessage& heard) {
+        if (!heard.bytes) {
+            warn(m_file + ": a message that ended at " + std::to_string(static_cast<long>(heard.time_s)) +
+                 " s could not be read");
+            return;
+        }
+        const bool asText = !m_options.hex && isPrintable(*heard.bytes);
+        say(m_options.json ? jsonLine(heard, m_file) : asText ? *heard.bytes : inHex(*heard.bytes));
+    }
+
+    ExitCode result() const { return m_hasFailed ? kFailed : m_wasHeard ? kDone : kNothingHeard; }
+
+private:
     /// @throws AudioFileError; what was heard before it has been printed
-    void listenTo(const std::string& file) {
+    template <class Receiver>
+    void listenTo(Receiver& receiver, const std::string& file) {
         m_file = file;
         AudioFileReader reader(file, m_options.isRaw ? std::optional(m_options.raw) : std::nullopt);
         if (reader.sampleRate_hz() < 2 * kHighestTone_hz)
             warn(file + " has " + std::to_string(reader.sampleRate_hz()) +
                  " Hz: too few for tones up to 19.5 kHz; record at 44100 Hz or more");
 
-        m_receiver.begin(reader.sampleRate_hz());
-        try {
-            if (hearAll(reader) == 0)
-                warn(file +
-                     " holds no samples; a recorder that was cut short may have left them to be read as raw");
-        } catch (const AudioFileError&) {
-            m_receiver.end(); // damaged: what lies before it counts
-            throw;
-        }
-        m_receiver.end();
-    }
-
-    bool wasHeard() const { return m_wasHeard; }
-
-    void warn(const std::string& text) {
-        m_status.clear();
-        printError(text);
-    }
-
-private:
-    /// Answers the number of frames.
-    std::uint64_t hearAll(AudioFileReader& reader) {
         // 100 ms, so that a live stream waits for no more than that.
         std::vector<float> block(static_cast<std::size_t>(reader.sampleRate_hz()) / 10);
+        receiver.begin(reader.sampleRate_hz());
         std::uint64_t frames = 0;
         while (const std::size_t n = reader.read(block)) {
-            m_receiver.take(std::span(block).first(n));
+            receiver.take(std::span(block).first(n));
             frames += n;
             m_status.show([&] { return progress(reader, frames); });
         }
+        receiver.end();
         m_status.clear();
-        return frames;
+        if (frames == 0)
+            warn(file +
+                 " holds no samples; a recorder that was cut short may have left them to be read as raw");
+    }
+
+    void say(const std::string& line) {
+        m_wasHeard = true;
+        m_status.clear();
+        printLine(line);
+    }
+    void warn(const std::string& text) {
+        m_status.clear();
+        printError(text);
     }
     std::string progress(const AudioFileReader& reader, std::uint64_t frames) const {
         const auto seconds = static_cast<double>(frames) / reader.sampleRate_hz();
@@ -115,37 +126,61 @@ private:
     StatusLine m_status;
     std::string m_file;
     bool m_wasHeard = false;
-    TextReceiver m_receiver;
+    bool m_hasFailed = false;
 };
 
-int listen(const ListenOptions& options) {
+int listenToMessages(const ListenOptions& options) {
+    if (options.files.empty())
+        throw UsageError("--messages needs recordings or -; the microphone hears texts");
+    GGWave::setLogFile(nullptr); // its three progress lines a message
+    if (!options.protocolFile.empty()) useProtocolFile(options.protocolFile);
+    FileListening listening(options);
+    MessageReceiver receiver([&listening](const HeardMessage& heard) { listening.hear(heard); });
+    listening.listenTo(receiver);
+    return listening.result();
+}
+
+constexpr double kDrain_s = 5.0; // for events that are on their way at the end
+
+int listenToTexts(const ListenOptions& options) {
     checkPrefix(options.prefix);
-    if (options.isRaw && options.raw.sampleRate_hz == 0) throw UsageError("--raw needs --rate");
-    Listening listening(options);
-    bool hasFailed = false;
-    for (const std::string& file : options.files) {
-        try {
-            listening.listenTo(file);
-        } catch (const AudioFileError& error) {
-            listening.warn(error.what());
-            hasFailed = true;
-        } catch (const OutputClosed&) {
-            break;
-        }
+    if (options.noTelemetry) EventHub::turnOff();
+    Platform platform = defaultPlatform();
+    int result = kDone;
+    if (options.files.empty()) {
+        result = listenLive(options, platform);
+    } else {
+        FileListening listening(options);
+        TextReceiver receiver(options.prefix, options.all ? Repeats::Report : Repeats::Drop, platform,
+                              [&listening](const Heard& heard) { listening.hear(heard); });
+        listening.listenTo(receiver);
+        result = listening.result();
     }
-    if (hasFailed) return kFailed;
-    return listening.wasHeard() ? kDone : kNothingHeard;
+    if (platform.http) platform.http->drain(kDrain_s);
+    return result;
+}
+
+int listen(const ListenOptions& options) {
+    if (options.isRaw && options.raw.sampleRate_hz == 0) throw UsageError("--raw needs --rate");
+    if (options.isRaw && options.files.empty())
+        throw UsageError("--raw needs a file, or - for standard input");
+    if (!options.messages && (options.hex || !options.protocolFile.empty()))
+        throw UsageError("--hex and --protocol-file go with --messages");
+    if (options.files.empty() && options.all)
+        throw UsageError("--all is for recordings; the microphone's clock is real");
+    return options.messages ? listenToMessages(options) : listenToTexts(options);
 }
 
 } // namespace
 
 Command addListen(CLI::App& sorvel) {
     const auto options = std::make_shared<ListenOptions>();
-    CLI::App* const app = sorvel.add_subcommand("listen", "Print the texts that recordings or a stream hold");
+    CLI::App* const app =
+        sorvel.add_subcommand("listen", "Print the texts that the microphone, recordings or a stream hold");
     app->footer(kFooter);
-    app->add_option("FILE", options->files,
-                    "recordings (WAV, FLAC, OGG, ...), or - for a WAV stream on standard input")
-        ->required();
+    app->add_option(
+        "FILE", options->files,
+        "recordings (WAV, FLAC, OGG, ...), or - for a WAV stream on standard input; none: the microphone");
     app->add_option("--prefix", options->prefix, "only texts that begin so; without it, all");
     app->add_flag("--json", options->json, "one JSON object per line");
     app->add_flag("--all", options->all, "report every delivery, repeats too");
@@ -161,6 +196,19 @@ Command addListen(CLI::App& sorvel) {
         ->check(CLI::Range(1, AudioFileReader::kMaxChannels))
         ->needs(raw)
         ->capture_default_str();
+    app->add_flag("--messages", options->messages,
+                  "messages of 1 to 140 bytes instead of texts; from recordings");
+    app->add_flag("--hex", options->hex,
+                  "of --messages: print bytes as hexadecimal digits, also where they are text");
+    app->add_option("--protocol-file", options->protocolFile,
+                    "of --messages: the sender's JSON file of protocols")
+        ->type_name("FILE");
+    CLI::Option_group* const live = app->add_option_group("Microphone");
+    live->add_option("--device", options->device, "input by its name or a part of it (see sorvel devices)");
+    live->add_option("--timeout", options->timeout_s, "seconds to listen")->check(CLI::Range(0.0, 1e9));
+    live->add_flag("--once", options->once, "end with the first text, or when the microphone goes away");
+    live->add_flag("--or-demo", options->orDemo, "without a microphone, run the demonstration");
+    app->add_flag("--no-telemetry", options->noTelemetry, "send no events, whatever the hosts");
     return {app, [options] { return listen(*options); }};
 }
 

@@ -32,7 +32,7 @@ int run(int argc, char** argv) {
     app.require_subcommand(0, 1);
     app.get_formatter()->column_width(28);
     const std::array commands{sorvel::addSend(app), sorvel::addListen(app), sorvel::addDemo(app),
-                              sorvel::addDevices(app)};
+                              sorvel::addDevices(app), sorvel::addHash(app)};
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -40,7 +40,7 @@ int run(int argc, char** argv) {
     }
     for (const sorvel::Command& command : commands)
         if (command.app->parsed()) return command.run();
-    sorvel::printError("say what to do: send, listen, devices or demo (see sorvel --help)");
+    sorvel::printError("say what to do: send, listen, devices, demo or hash (see sorvel --help)");
     return sorvel::kFailed;
 }
 

@@ -1,6 +1,8 @@
 #include "platform/audio_file.hpp"
 #include "platform/rate_converter.hpp"
 #include "tools/command.hpp"
+#include "tools/message.hpp"
+#include "tools/protocol_file.hpp"
 #include "tools/transmission.hpp"
 
 #include <CLI/CLI.hpp>
@@ -8,7 +10,10 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <fstream>
+#include <iterator>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -23,6 +28,10 @@ constexpr double kTail_s = 0.3;
 
 struct SendOptions {
     std::string text;
+    std::optional<std::string> message;
+    std::string messageFile;
+    std::string protocolFile;
+    std::optional<int> protocol;
     std::string output;
     int rate_hz = kTransmissionRate_hz;
     StoredFormat format = StoredFormat::I16;
@@ -37,7 +46,9 @@ constexpr const char* kFooter =
     "  sorvel send \"acme_1234\" -o hello.wav --rate 44100 --volume 80\n"
     "  sorvel send \"acme_1234\" --repeat 10 --gap 2 -o - | aplay\n"
     "  sorvel send \"acme_1234\" -o - | sorvel listen - --prefix acme\n"
-    "A transmission lasts 3.26 s. 0.1 s of silence goes before the first one and 0.3 s after the last one.\n"
+    "  sorvel send --message \"any bytes, up to 140\" -o long.wav\n"
+    "A text lasts 3.26 s, a message 2 to 39 s. 0.1 s of silence goes before the first one and 0.3 s after "
+    "the last one.\n"
     "Play it as it is: MP3 and most messengers remove the band it uses, 18 to 19.5 kHz.";
 
 std::uint64_t samplesIn(double seconds) {
@@ -80,10 +91,34 @@ private:
     std::array<float, 4096> m_piece{};
 };
 
+std::string contentOf(const std::string& file) {
+    std::ifstream stream(file, std::ios::binary);
+    std::string bytes;
+    // One byte more than a message has is enough to see that it is too long.
+    bytes.resize(GGWave::kMaxLengthVariable + 1);
+    stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    if (!stream.is_open() || stream.bad()) throw UsageError(file + " cannot be read");
+    bytes.resize(static_cast<std::size_t>(stream.gcount()));
+    return bytes;
+}
+
+std::vector<float> soundOf(const SendOptions& options) {
+    const bool isMessage = options.message || !options.messageFile.empty();
+    if (!isMessage) {
+        if (options.protocol || !options.protocolFile.empty())
+            throw UsageError("--protocol and --protocol-file go with --message or --file");
+        if (const std::string obstacle = obstacleToSending(options.text); !obstacle.empty())
+            throw UsageError(obstacle);
+        return transmission(options.text, options.volume_percent);
+    }
+    int protocol = GGWAVE_PROTOCOL_DT_CUSTOM;
+    if (!options.protocolFile.empty()) protocol = useProtocolFile(options.protocolFile);
+    return messageTransmission(options.message ? *options.message : contentOf(options.messageFile),
+                               options.protocol.value_or(protocol), options.volume_percent);
+}
+
 int send(const SendOptions& options) {
-    if (const std::string obstacle = obstacleToSending(options.text); !obstacle.empty())
-        throw UsageError(obstacle);
-    const std::vector<float> waveform = transmission(options.text, options.volume_percent);
+    const std::vector<float> waveform = soundOf(options);
 
     const std::uint64_t lead = samplesIn(kLead_s), gap = samplesIn(options.gap_s), tail = samplesIn(kTail_s);
     Recorder recorder(options, lead + options.repeat * waveform.size() + (options.repeat - 1) * gap + tail);
@@ -101,11 +136,20 @@ int send(const SendOptions& options) {
 
 Command addSend(CLI::App& sorvel) {
     const auto options = std::make_shared<SendOptions>();
-    CLI::App* const app =
-        sorvel.add_subcommand("send", "Turn a text into sound: a WAV file, or a stream for a player");
+    CLI::App* const app = sorvel.add_subcommand(
+        "send", "Turn a text or a message into sound: a WAV file, or a stream for a player");
     app->footer(kFooter);
-    app->add_option("TEXT", options->text, "1 to 15 of: digits, a to z (lower case), underscore, space")
-        ->required();
+    CLI::Option_group* const what = app->add_option_group("What to send, one of these");
+    what->add_option("TEXT", options->text, "1 to 15 of: digits, a to z (lower case), underscore, space");
+    what->add_option("--message", options->message, "1 to 140 bytes of any kind, for 'listen --messages'");
+    what->add_option("--file", options->messageFile, "the same from a file")->type_name("FILE");
+    what->require_option(1);
+    app->add_option(
+           "--protocol-file", options->protocolFile,
+           "JSON array of protocols for messages: id, name, freqStart, framesPerTx, bytesPerTx, extra")
+        ->type_name("FILE");
+    app->add_option("--protocol", options->protocol,
+                    "id of the one to use (the file's first; without a file 12)");
     app->add_option("-o,--output", options->output, "WAV file to write, or - for standard output")
         ->required()
         ->type_name("FILE");

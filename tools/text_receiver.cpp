@@ -1,7 +1,8 @@
 #include "tools/text_receiver.hpp"
 
+#include "sdk/CPP_wrapper.hpp"
+
 #include <algorithm>
-#include <string_view>
 #include <utility>
 
 namespace sorvel {
@@ -9,75 +10,117 @@ namespace sorvel {
 namespace {
 
 constexpr std::uint64_t kRate_hz = 96000;
+constexpr std::size_t kBlock_samples = 9600;
 constexpr std::uint64_t kSilence_samples = 4 * kRate_hz; // the decoder looks back over 3.3 s
 constexpr std::size_t kPiece_samples = 4096;
 
-std::string lowerCase(std::string text) {
-    for (char& c : text)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    return text;
-}
+/// The listener refuses an empty prefix; its decoder then takes this one and listens to everything.
+constexpr const char* kEveryPrefix = "*";
+
+class DecoderOfEveryText final : public Decoder {
+public:
+    void InitSorvelWave() override { m_bridge.InitSorvelWave(); }
+    std::int32_t Decode(const void* waveform, std::int32_t waveformSize, void* payloadBuffer,
+                        const std::string& /*prefix*/) override {
+        return m_bridge.Decode(waveform, waveformSize, payloadBuffer, m_noPrefix);
+    }
+
+private:
+    CPP_wrapper m_bridge;
+    std::string m_noPrefix;
+};
 
 } // namespace
 
-TextReceiver::TextReceiver(std::string prefix, Repeats repeats, std::function<void(const Heard&)> deliver)
-    : m_prefix(lowerCase(std::move(prefix))), m_repeats(repeats), m_deliver(std::move(deliver)),
+std::unique_ptr<Decoder> decoderOfEveryText() { return std::make_unique<DecoderOfEveryText>(); }
+
+/// Wall-clock time at the recording's pace. Where repeats are wanted it runs a hundred times as fast, so that
+/// no text comes within a second of the one before.
+class TextReceiver::RecordedTime final : public Clock {
+public:
+    RecordedTime(const Clock& wall, Repeats repeats)
+        : m_start(wall.now()), m_pace(repeats == Repeats::Report ? 100.0 : 1.0) {}
+    double now() const noexcept override { return m_start + m_pace * m_seconds; }
+    void pass(std::size_t samples) {
+        m_seconds += static_cast<double>(samples) / static_cast<double>(kRate_hz);
+    }
+
+private:
+    double m_start, m_pace, m_seconds = 2.0; // beyond the second in which a new listener delivers nothing
+};
+
+/// The listener's main queue: this thread runs it after each block.
+class TextReceiver::Texts final : public TaskQueue {
+public:
+    void async(std::function<void()> task) override { m_tasks.push_back(std::move(task)); }
+    void run() {
+        for (const auto& task : std::exchange(m_tasks, {})) task();
+    }
+
+private:
+    std::vector<std::function<void()>> m_tasks;
+};
+
+TextReceiver::TextReceiver(const std::string& prefix, Repeats repeats, const Platform& platform,
+                           std::function<void(const Heard&)> deliver)
+    : m_clock(std::make_shared<RecordedTime>(*portableClock(), repeats)), m_texts(std::make_shared<Texts>()),
+      m_capture(static_cast<double>(kRate_hz), 1,
+                [&] {
+                    Platform own = platform;
+                    own.mainQueue = m_texts;
+                    own.clock = std::shared_ptr<Clock>(m_clock);
+                    own.progress = nullptr;
+                    if (prefix.empty()) {
+                        own.makeDecoder = decoderOfEveryText;
+                        own.http = nullptr;
+                    }
+                    return own;
+                }()),
+      m_listener(prefix.empty() ? kEveryPrefix : prefix, m_capture.platform()), m_deliver(std::move(deliver)),
       m_converted(kPiece_samples) {
-    m_decoder.InitSorvelWave();
+    m_listener.setCallBack([this](const std::string& text) {
+        const std::uint64_t time = m_end ? std::min(m_time, *m_end) : m_time;
+        m_deliver({text, static_cast<double>(time) / static_cast<double>(kRate_hz)});
+    });
 }
 
 void TextReceiver::begin(double sampleRate_hz) {
     m_converter.emplace(sampleRate_hz, static_cast<double>(kRate_hz));
-    m_gathered = 0;
     m_time = 0;
-    m_lastCount.reset();
     m_end.reset();
+    m_listener.startListening();
 }
 
 void TextReceiver::take(std::span<const float> mono) {
     while (!mono.empty()) {
         const Converted step = m_converter->convert(mono, m_converted);
         mono = mono.subspan(step.consumed);
-        gather(std::span(m_converted).first(step.produced));
+        push(std::span(m_converted).first(step.produced));
     }
 }
 
 void TextReceiver::end() {
     while (const std::size_t produced = m_converter->flush(m_converted))
-        gather(std::span(m_converted).first(produced));
-    m_end = m_time + m_gathered;
+        push(std::span(m_converted).first(produced));
+    m_end = m_time;
 
     static constexpr std::array<float, kBlock_samples> kSilence{};
-    while (m_time < *m_end + kSilence_samples) gather(std::span(kSilence).first(kBlock_samples - m_gathered));
+    push(std::span(kSilence).first(kBlock_samples - m_time % kBlock_samples));
+    while (m_time < *m_end + kSilence_samples) push(kSilence);
+    m_listener.stopListening();
 }
 
-void TextReceiver::gather(std::span<const float> converted) {
+/// In pieces that end where the listener's blocks end, so that a text has its block's time.
+void TextReceiver::push(std::span<const float> converted) {
     while (!converted.empty()) {
-        const std::span<const float> piece =
-            converted.first(std::min(converted.size(), m_block.size() - m_gathered));
-        toInt16(piece, std::span(m_block).subspan(m_gathered));
+        const std::size_t room = kBlock_samples - m_time % kBlock_samples;
+        const std::span<const float> piece = converted.first(std::min(converted.size(), room));
         converted = converted.subspan(piece.size());
-        m_gathered += piece.size();
-        if (m_gathered == m_block.size()) decodeBlock();
+        m_time += piece.size();
+        m_clock->pass(piece.size());
+        m_capture.push(piece);
+        m_texts->run();
     }
-}
-
-void TextReceiver::decodeBlock() {
-    m_gathered = 0;
-    m_time += m_block.size();
-    std::array<char, 256> text{};
-    const std::int32_t length =
-        m_decoder.Decode(m_block.data(), static_cast<std::int32_t>(sizeof m_block), text.data(), m_prefix);
-    if (length > 0) judge(std::string(text.data(), static_cast<std::size_t>(length)));
-}
-
-void TextReceiver::judge(std::string text) {
-    if (text == "ERROR") return; // a damaged payload; only an empty prefix lets it through
-    const bool isRepeat = m_lastCount && m_time - *m_lastCount <= kRate_hz;
-    if (isRepeat && m_repeats == Repeats::Drop) return;
-    m_lastCount = m_time;
-    const std::uint64_t time = m_end ? std::min(m_time, *m_end) : m_time;
-    m_deliver({std::move(text), static_cast<double>(time) / static_cast<double>(kRate_hz)});
 }
 
 } // namespace sorvel

@@ -1,12 +1,14 @@
-/// The path from a recording's samples to the texts in it, as the listener hears them.
+/// The path from a recording's samples to the texts in it: the listener itself, on the recording's own clock.
 #pragma once
 
 #include "platform/rate_converter.hpp"
-#include "sdk/CPP_wrapper.hpp"
+#include "sdk/PushCapture.hpp"
+#include "sdk/SorvelUBM.hpp"
 
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -26,22 +28,26 @@ enum class Repeats : std::uint8_t {
     Report ///< all
 };
 
-/// Converts sound to 96 kHz and 16 bits, hands it to the decoder in blocks of 100 ms and sorts what it
-/// answers.
+/// A platform's decoder for a listener without a prefix: every text, not only those that begin with one.
+std::unique_ptr<Decoder> decoderOfEveryText();
+
+/// Runs a SorvelUBM over recordings, as fast as they can be read.
 ///
-///     TextReceiver receiver("acme", Repeats::Drop, [](const Heard& heard) {...});
+///     TextReceiver receiver("acme", Repeats::Drop, sorvel::defaultPlatform(), [](const Heard& heard) {...});
 ///     receiver.begin(44100);
 ///     receiver.take(samples);   // as often as needed
 ///     receiver.end();           // the next recording may begin
 ///
 /// Make one in a process: it takes one of the modem's four instances for good.
 ///
-/// Thread: one at a time. `take` allocates nothing but delivered texts.
+/// Thread: one at a time.
 class TextReceiver {
 public:
-    /// @param prefix   compared without regard to ASCII case. Empty: every text
-    /// @param deliver  called inside `take` and `end`; what it throws passes through
-    TextReceiver(std::string prefix, Repeats repeats, std::function<void(const Heard&)> deliver);
+    /// @param prefix    compared without regard to ASCII case. Empty: every text, and no events
+    /// @param platform  sends the listener's events and converts; its sound, clock and queue are not used
+    /// @param deliver   called inside `take` and `end`; what it throws passes through
+    TextReceiver(const std::string& prefix, Repeats repeats, const Platform& platform,
+                 std::function<void(const Heard&)> deliver);
 
     /// Starts a recording; nothing of the one before is left.
     /// @throws std::invalid_argument for a rate outside 8000 to 384000 Hz
@@ -53,24 +59,21 @@ public:
     void end();
 
 private:
-    static constexpr std::size_t kBlock_samples = 9600;
+    class RecordedTime;
+    class Texts;
 
-    void gather(std::span<const float> converted);
-    void decodeBlock();
-    void judge(std::string text);
+    void push(std::span<const float> converted);
 
-    CPP_wrapper m_decoder;
-    std::string m_prefix;
-    Repeats m_repeats;
+    std::shared_ptr<RecordedTime> m_clock;
+    std::shared_ptr<Texts> m_texts;
+    PushCapture m_capture;
+    SorvelUBM m_listener;
     std::function<void(const Heard&)> m_deliver;
 
     std::optional<RateConverter> m_converter;
     std::vector<float> m_converted;
-    std::array<std::int16_t, kBlock_samples> m_block{};
-    std::size_t m_gathered = 0;               // samples in m_block
-    std::uint64_t m_time = 0;                 // samples at 96 kHz since `begin`
-    std::optional<std::uint64_t> m_lastCount; // m_time of the last delivery that counted
-    std::optional<std::uint64_t> m_end;       // of the recording, once it is known
+    std::uint64_t m_time = 0;           // samples at 96 kHz since `begin`
+    std::optional<std::uint64_t> m_end; // of the recording, once it is known
 };
 
 } // namespace sorvel

@@ -1,69 +1,13 @@
 // The built program, used as a user would: through a shell, with sox as the world's other audio program.
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/tools/run_sorvel.hpp"
+
 #include <nlohmann/json.hpp>
-#include <sstream>
-#include <sys/wait.h>
 
 namespace {
 
-namespace fs = std::filesystem;
 using testing::AllOf;
 using testing::HasSubstr;
-
-struct Outcome {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-class Sorvel : public testing::Test {
-protected:
-    Sorvel() : m_folder((fs::temp_directory_path() / "sorvel-test-XXXXXX").string()) {
-        if (mkdtemp(m_folder.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    }
-    ~Sorvel() override { fs::remove_all(m_folder); }
-
-    /// Runs a shell command in the test's own folder, in which "sorvel" is the program.
-    Outcome shell(const std::string& command) const {
-        const std::string line = "cd '" + m_folder + "' && sorvel() { '" SORVEL_PROGRAM "' \"$@\"; } && { " +
-                                 command + "\n} >.out 2>.err </dev/null";
-        const int status = std::system(("exec bash -c '" + quoted(line) + "'").c_str());
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, content(".out"), content(".err")};
-    }
-    void sox(const std::string& arguments) const {
-        const Outcome outcome = shell("sox -R -V1 " + arguments);
-        ASSERT_EQ(outcome.status, 0) << "sox " << arguments << ": " << outcome.err;
-    }
-    void write(const std::string& name, const std::string& bytes) const {
-        std::ofstream(m_folder + "/" + name, std::ios::binary) << bytes;
-    }
-    std::string content(const std::string& name) const {
-        std::ostringstream text;
-        text << std::ifstream(m_folder + "/" + name, std::ios::binary).rdbuf();
-        return text.str();
-    }
-    std::vector<std::string> visibleFiles() const {
-        std::vector<std::string> names;
-        for (const auto& entry : fs::directory_iterator(m_folder))
-            if (const std::string name = entry.path().filename(); name != ".out" && name != ".err")
-                names.push_back(name);
-        return names;
-    }
-    const std::string& folder() const { return m_folder; }
-
-private:
-    static std::string quoted(const std::string& text) {
-        std::string result;
-        for (const char c : text) result += c == '\'' ? std::string("'\\''") : std::string(1, c);
-        return result;
-    }
-    std::string m_folder;
-};
 
 std::vector<nlohmann::json> objects(const std::string& lines) {
     std::vector<nlohmann::json> result;
@@ -237,8 +181,9 @@ TEST_P(Mistakes, AreOneLineAndLeaveNoFile) {
 INSTANTIATE_TEST_SUITE_P(
     Sorvel, Mistakes,
     testing::Values(
-        Mistake{"", "say what to do"}, Mistake{"sing", "sing"}, Mistake{"send", "TEXT is required"},
-        Mistake{"send acme", "output"}, Mistake{"send '' -o x.wav", "no text"},
+        Mistake{"", "say what to do"}, Mistake{"sing", "sing"},
+        Mistake{"send -o x.wav", "TEXT,--message,--file"}, Mistake{"send acme", "output"},
+        Mistake{"send '' -o x.wav", "no text"},
         Mistake{"send acme_12345678901 -o x.wav", "16 characters; at most 15"},
         Mistake{"send Acme -o x.wav", "'A' cannot be sent; try \"acme\""},
         Mistake{"send a-b -o x.wav", "'-' cannot be sent; these characters can be sent: \"0123"},
@@ -251,7 +196,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"send acme -o x.wav --repeat 99999 --gap 3600", "4 GiB"},
         Mistake{"send acme -o x.wav --loud", "--loud"}, Mistake{"send acme -o none/x.wav", "none/x.wav"},
         Mistake{"send acme -o .", "folder"}, Mistake{"send acme -o /dev/full", "/dev/full"},
-        Mistake{"send acme -o - >/dev/full", "standard output"}, Mistake{"listen", "FILE"},
+        Mistake{"send acme -o - >/dev/full", "standard output"}, Mistake{"listen --all", "recordings"},
         Mistake{"listen missing.wav", "missing.wav"}, Mistake{"listen .", "folder"},
         Mistake{"listen empty", "empty"}, Mistake{"listen text.wav", "text.wav"},
         Mistake{"listen - <text.wav", "standard input"}, Mistake{"listen - </dev/null", "standard input"},
@@ -259,7 +204,8 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"listen empty --raw --rate 7", "7"},
         Mistake{"listen empty --raw --rate 48000 --channels 65", "65"},
         Mistake{"listen empty --prefix a-b", "a-b"}, Mistake{"listen $'two\\nlines'", "two?lines"},
-        Mistake{"demo -o -", "file"}, Mistake{"demo --seed many", "many"}));
+        Mistake{"demo -o -", "file"}, Mistake{"demo --seed many", "many"}),
+    [](const auto& mistake) { return "Number" + std::to_string(mistake.index); });
 
 TEST_F(Sorvel, DemonstratesItselfInEveryRoom) {
     for (const std::string seed : {"1", "2", "3", "4", "5"}) {

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "platform/audio_file.hpp"
+#include "sdk/platform.hpp"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace sorvel {
+
+struct ListenOptions {
+    std::vector<std::string> files; ///< none: the microphone
+    std::string prefix;
+    bool json = false;
+    bool all = false;
+    bool isRaw = false;
+    RawAudio raw;
+    bool messages = false;
+    bool hex = false;
+    std::string protocolFile;
+
+    std::string device;
+    std::optional<double> timeout_s;
+    bool once = false;
+    bool orDemo = false;
+    bool noTelemetry = false;
+};
+
+/// Listens on a microphone until a signal, --timeout or --once ends it. @return an ExitCode
+int listenLive(const ListenOptions& options, const Platform& platform);
+
+} // namespace sorvel
