@@ -3,12 +3,13 @@
 // longest search: every alignment that yields the length tries the whole payload). One line per length,
 // milliseconds:
 //     length arrived_fast arrived_literal spoilt_fast spoilt_literal
-// A frame lasts 21.3 ms.
+//     analysis_times [runs]   9 unless given. A frame lasts 21.3 ms.
 #include "tests/support/literal_message_receiver.hpp"
 #include "tests/support/transmissions.hpp"
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 
 namespace {
@@ -34,7 +35,8 @@ double worst_ms(const Samples& sound, int runs, Make make) {
 
 } // namespace
 
-int main() {
+int main(int argc, char** argv) {
+    const int runs = argc > 1 ? std::atoi(argv[1]) : 9;
     GGWave::setLogFile(nullptr);
     const ggwave_Parameters parameters = ggwave_getDefaultParameters();
     for (const std::size_t length : {5U, 40U, 80U, 140U}) {
@@ -49,12 +51,12 @@ int main() {
                 const Samples burst = noise(end - begin, 1.0F, 2);
                 std::copy(burst.begin(), burst.end(), sound.begin() + static_cast<std::ptrdiff_t>(begin));
             }
-            const double fast = worst_ms(sound, 9, [&] {
+            const double fast = worst_ms(sound, runs, [&] {
                 return [modem = std::make_unique<GGWave>(parameters)](auto frame) {
                     modem->decode(frame.data(), kFrame * sizeof(float));
                 };
             });
-            const double literal = worst_ms(sound, isSpoilt ? 1 : 3, [] {
+            const double literal = worst_ms(sound, isSpoilt ? 1 : std::min(runs, 3), [] {
                 const auto& protocol = GGWave::Protocols::kDefault()[GGWAVE_PROTOCOL_DT_CUSTOM];
                 return [receiver = LiteralMessageReceiver(protocol, kFrame)](auto frame) mutable {
                     receiver.hear(frame);

@@ -43,10 +43,11 @@ function(sorvel_program target)
   target_link_libraries(${target} PRIVATE ${arg_LIBRARIES})
 endfunction()
 
-# sorvel_tests(modem SOURCES a_test.cpp LIBRARIES sorvel_modem) makes sorvel_modem_tests and registers its tests.
+# sorvel_tests(modem SOURCES a_test.cpp LIBRARIES sorvel_modem) makes sorvel_modem_tests and registers its tests;
+# PROPERTIES RUN_SERIAL TRUE and the like are set on each of them.
 function(sorvel_tests folder)
-  cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES;PROPERTIES" ${ARGN})
   set(target sorvel_${folder}_tests)
   sorvel_program(${target} SOURCES ${arg_SOURCES} LIBRARIES ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
-  gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST TEST_PREFIX ${folder}. PROPERTIES TIMEOUT 300)
+  gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST TEST_PREFIX ${folder}. PROPERTIES TIMEOUT 300 ${arg_PROPERTIES})
 endfunction()

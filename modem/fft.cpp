@@ -54,7 +54,7 @@ struct Turns {
 /// bit-reversed.
 template <Direction direction>
 struct Butterfly {
-    Complex y0, y1, y2, y3;
+    Complex y0{}, y1{}, y2{}, y3{};
 
     Butterfly(const float* a, int l) {
         const Complex even = at(a) + at(a + l), evenDifference = at(a) - at(a + l);

@@ -215,8 +215,9 @@ bool GGWave::allocReceiver(void* p, std::int64_t& n, int length, int totalLength
     const Protocols& rx = Protocols::rx();
 
     place(m_fftOut, p, n, 2 * spf);
-    place(m_fftWorkI, p, n, static_cast<int>(std::sqrt(static_cast<double>(m_samplesPerFrame / 2)) + 3.0));
-    place(m_fftWorkF, p, n, spf / 2);
+    const std::int64_t pairs = spf / 2;
+    place(m_fftWorkI, p, n, static_cast<int>(std::sqrt(static_cast<double>(pairs)) + 3.0));
+    place(m_fftWorkF, p, n, pairs);
     place(m_sampleSpectrum, p, n, spf);
     place(m_sampleAmplitude, p, n, spf + (m_needResampling ? kResampleMargin : 0));
     place(m_sampleAmplitudeResampled, p, n, captured);

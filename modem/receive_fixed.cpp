@@ -18,6 +18,8 @@ constexpr double kNibblesNeeded = 0.75; // share of the nibbles that must have w
 std::uint8_t quantised(float power, float scale) {
     const float value = scale * power;
     if (!(value >= 0.5F)) return 0;
+    // Exact for these values, and vectorised where lround is a call.
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings)
     return value >= 254.5F ? 255 : static_cast<std::uint8_t>(value + 0.5F);
 }
 

@@ -117,7 +117,7 @@ void GGWave::Resampler::feed(int nSamples, const float* samplesInp) {
 int GGWave::Resampler::take(float factor, std::span<float> out) {
     if (!isUsableFactor(factor)) return 0;
     const bool isHalfRate = factor == 2.0F;
-    std::array<float, kKernelTaps> scratch;
+    std::array<float, kKernelTaps> scratch{};
 
     std::size_t n = 0;
     while (n < out.size()) {
@@ -153,7 +153,7 @@ int GGWave::Resampler::takeHalfRate(std::span<float> out) {
     const int first = m_consumed + (m_time.integer - m_time.last); // samples shifted in at the first output
     const int outputs = std::min(static_cast<int>(out.size()), (m_fed - first) / 2 + 1);
 
-    std::array<float, kKernelTaps + 2 * (kBlock - 1) + 1> scratch;
+    std::array<float, kKernelTaps + 2 * (kBlock - 1) + 1> scratch{};
     const float* const taps = window(
         first + 1, std::span(scratch).first(static_cast<std::size_t>(kKernelTaps + 2 * (outputs - 1))));
     std::array<float, 2 * kPairs + kBlock> odd{};

@@ -40,7 +40,8 @@ bool GGWave::computeFFTR(const float* src, float* dst, int N) {
 
 int GGWave::computeFFTR(const float* src, float* dst, int N, int* wi, float* wf) {
     if (wi == nullptr) return 2 * N;
-    if (wf == nullptr) return static_cast<int>(std::sqrt(static_cast<double>(N / 2)) + 3.0);
+    const int pairs = N / 2;
+    if (wf == nullptr) return static_cast<int>(std::sqrt(static_cast<double>(pairs)) + 3.0);
     std::copy_n(src, N, dst);
     rdft(N, 1, dst, wi, wf);
     return 1;

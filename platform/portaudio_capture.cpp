@@ -32,7 +32,7 @@ struct PortAudioCapture::State {
     void end() noexcept;
     void read(PortAudioStream& input, AudioBuffer block) noexcept;
     void deliver(const AudioBuffer& block, double time_s);
-    void lose(const char* how) noexcept;
+    void lose(PortAudioStream& input, const char* how) noexcept;
     void close(std::string error) noexcept;
     void setStream(std::shared_ptr<PortAudioStream> next, std::string error);
     CaptureStatus currentStatus() const;
@@ -200,9 +200,9 @@ void PortAudioCapture::State::read(PortAudioStream& input, AudioBuffer block) no
         }
         const bool hasLostServer = quietWaits > 0 && quietWaits % kWaitsToAsk == 0 && input.hasLostServer();
         if (input.hasEnded() || hasLostServer)
-            return lose("is gone: it was unplugged, or the sound server ended");
+            return lose(input, "is gone: it was unplugged, or the sound server ended");
         if (quietWaits >= (delivered_frames > 0 ? kQuietWaits : kQuietWaitsAtFirst))
-            return lose("delivers no sound: unplugged, or the sound server hangs");
+            return lose(input, "delivers no sound: unplugged, or the sound server hangs");
     }
 }
 
@@ -214,7 +214,8 @@ void PortAudioCapture::State::deliver(const AudioBuffer& block, double time_s) {
 }
 
 /// Closes at once rather than at the next stop: an input that has failed may keep its thread busy.
-void PortAudioCapture::State::lose(const char* how) noexcept {
+void PortAudioCapture::State::lose(PortAudioStream& input, const char* how) noexcept {
+    input.giveUp();
     try {
         const std::string line = described(currentStatus(), how);
         print(line);

@@ -12,9 +12,9 @@ inline constexpr const char* kServerIsSilent = "the sound server does not answer
 
 /// Sound library calls that open, close or list come one at a time, for the library has no lock of its own.
 /// @throws AudioDeviceError when another one has hung for 3 s
-std::unique_lock<std::timed_mutex> portAudioTurn();
+std::unique_lock<std::mutex> portAudioTurn();
 /// Waits for as long as it takes.
-std::unique_lock<std::timed_mutex> portAudioTurnAtLast() noexcept;
+std::unique_lock<std::mutex> portAudioTurnAtLast() noexcept;
 
 /// The sound library from start to end, with the list of devices as it is at the start of the first of these
 /// that lives. Make and destroy it in a turn.

@@ -71,6 +71,8 @@ void PortAudioStream::start(std::uint32_t blockFrames) {
 PortAudioStream::~PortAudioStream() {
     if (!m_library) return; // nor anything opened
     const auto turn = portAudioTurnAtLast();
+    std::optional<HushedPortAudio> hushed; // which also makes its thread heed the abort
+    if (m_isGivenUp) hushed.emplace();
     // Not quiet: while this hangs, the process would have no standard error.
     if (m_handle != nullptr) {
         Pa_AbortStream(m_handle);

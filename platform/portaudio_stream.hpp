@@ -53,6 +53,8 @@ public:
     /// It comes from a sound server, which is not there any more. For when sound is overdue: asks, allocates.
     /// The library may not notice, if the server dies before the first sound.
     bool hasLostServer() const noexcept;
+    /// To be said before an input is retired that no longer does what it should.
+    void giveUp() noexcept { m_isGivenUp = true; }
 
     // --- any thread
 
@@ -87,6 +89,7 @@ private:
     std::atomic<std::uint64_t> m_overruns = 0;
     std::atomic<std::uint64_t> m_droppedFrames = 0;
     std::atomic<bool> m_hasEnded = false;
+    bool m_isGivenUp = false;
 };
 
 } // namespace sorvel

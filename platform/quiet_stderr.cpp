@@ -21,9 +21,21 @@ int trueStandardError = -1; // -1: not redirected, or it was closed to begin wit
 ssize_t writeUnlessChatter(void*, const char* text, std::size_t bytes) {
     if (!std::string_view(text, bytes).starts_with("Expression '"))
         return ::write(STDERR_FILENO, text, bytes);
-    // As a write would: PortAudio has a loop that does nothing but print, out of which only this leads.
+    int before = 0;
+    ::pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &before); // PortAudio forbids it around this
     ::pthread_testcancel();
+    ::pthread_setcancelstate(before, nullptr);
     return static_cast<ssize_t>(bytes);
+}
+
+// Never closed: another thread may be about to write to it.
+std::FILE* filtered() noexcept {
+    static std::FILE* const stream = [] {
+        std::FILE* const made = ::fopencookie(nullptr, "w", {nullptr, writeUnlessChatter, nullptr, nullptr});
+        if (made != nullptr) std::setvbuf(made, nullptr, _IONBF, 0);
+        return made;
+    }();
+    return stream;
 }
 #endif
 
@@ -48,12 +60,15 @@ QuietStandardError::~QuietStandardError() {
     trueStandardError = -1;
 }
 
-void hushPortAudio() noexcept {
+HushedPortAudio::HushedPortAudio() noexcept : m_before(stderr) {
 #ifdef __GLIBC__
-    std::FILE* const filtered = ::fopencookie(nullptr, "w", {nullptr, writeUnlessChatter, nullptr, nullptr});
-    if (filtered == nullptr) return;
-    std::setvbuf(filtered, nullptr, _IONBF, 0);
-    stderr = filtered;
+    if (std::FILE* const stream = filtered()) stderr = stream;
+#endif
+}
+
+HushedPortAudio::~HushedPortAudio() {
+#ifdef __GLIBC__
+    stderr = m_before;
 #endif
 }
 

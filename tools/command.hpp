@@ -18,7 +18,7 @@ namespace sorvel {
 
 enum class StoredFormat : std::uint8_t;
 
-enum ExitCode : int {
+enum ExitCode : std::uint8_t {
     kDone = 0,         // for a listening command: something was heard
     kNothingHeard = 1, // no error
     kFailed = 2        // usage, input or output

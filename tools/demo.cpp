@@ -43,7 +43,7 @@ constexpr const char* kFooter =
 /// What a microphone would pick up, at 48 kHz: a second of noise, the transmission, a second of noise.
 std::vector<float> throughTheAir(std::uint32_t seed) {
     const std::vector<float> waveform = transmission(kText, 50);
-    std::vector<float> sound(waveform.size() + 2 * kTransmissionRate_hz);
+    std::vector<float> sound(waveform.size() + std::size_t{2} * kTransmissionRate_hz);
     std::copy(waveform.begin(), waveform.end(), sound.begin() + kTransmissionRate_hz);
 
     sound = air::convolved(sound, air::roomResponse(kRt60_s, kDirectToRoom_db, kTransmissionRate_hz, seed));

@@ -47,7 +47,7 @@ int run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    sorvel::hushPortAudio();
+    const sorvel::HushedPortAudio hushed;
     // A closed pipe then is an error of the write that meets it, whoever started this process.
     std::signal(SIGPIPE, SIG_IGN);
     try {

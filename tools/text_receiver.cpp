@@ -77,7 +77,7 @@ TextReceiver::TextReceiver(const std::string& prefix, Repeats repeats, const Pla
                     return own;
                 }()),
       m_listener(prefix.empty() ? kEveryPrefix : prefix, m_capture.platform()), m_deliver(std::move(deliver)),
-      m_converted(kPiece_samples) {
+      m_converter(static_cast<double>(kRate_hz), static_cast<double>(kRate_hz)), m_converted(kPiece_samples) {
     m_listener.setCallBack([this](const std::string& text) {
         const std::uint64_t time = m_end ? std::min(m_time, *m_end) : m_time;
         m_deliver({text, static_cast<double>(time) / static_cast<double>(kRate_hz)});
@@ -85,7 +85,7 @@ TextReceiver::TextReceiver(const std::string& prefix, Repeats repeats, const Pla
 }
 
 void TextReceiver::begin(double sampleRate_hz) {
-    m_converter.emplace(sampleRate_hz, static_cast<double>(kRate_hz));
+    m_converter = RateConverter(sampleRate_hz, static_cast<double>(kRate_hz));
     m_time = 0;
     m_end.reset();
     m_listener.startListening();
@@ -93,14 +93,14 @@ void TextReceiver::begin(double sampleRate_hz) {
 
 void TextReceiver::take(std::span<const float> mono) {
     while (!mono.empty()) {
-        const Converted step = m_converter->convert(mono, m_converted);
+        const Converted step = m_converter.convert(mono, m_converted);
         mono = mono.subspan(step.consumed);
         push(std::span(m_converted).first(step.produced));
     }
 }
 
 void TextReceiver::end() {
-    while (const std::size_t produced = m_converter->flush(m_converted))
+    while (const std::size_t produced = m_converter.flush(m_converted))
         push(std::span(m_converted).first(produced));
     m_end = m_time;
 

@@ -70,7 +70,7 @@ private:
     SorvelUBM m_listener;
     std::function<void(const Heard&)> m_deliver;
 
-    std::optional<RateConverter> m_converter;
+    RateConverter m_converter; // of the recording; before the first one equal rates
     std::vector<float> m_converted;
     std::uint64_t m_time = 0;           // samples at 96 kHz since `begin`
     std::optional<std::uint64_t> m_end; // of the recording, once it is known

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <optional>
+#include <pthread.h>
 #include <unistd.h>
 
 using namespace sorvel;
@@ -38,12 +39,32 @@ TEST(QuietStandardError, LeavesAClosedOneClosed) {
     ::close(kept);
 }
 
-TEST(HushPortAudio, DropsItsLinesAndNoOther) {
+TEST(HushedPortAudio, DropsItsLinesAndNoOther) {
     std::FILE* const before = stderr;
-    hushPortAudio();
     testing::internal::CaptureStderr();
-    std::fprintf(stderr, "Expression '%s' failed in '%s', line: %d\n", "x", "pa_linux_alsa.c", 7);
-    std::fprintf(stderr, "one %d\n", 2);
-    std::fprintf(before, "three\n");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "one 2\nthree\n");
+    {
+        const HushedPortAudio hushed;
+        std::fprintf(stderr, "Expression '%s' failed in '%s', line: %d\n", "x", "pa_linux_alsa.c", 7);
+        std::fprintf(stderr, "one %d\n", 2);
+        std::fprintf(before, "three\n");
+    }
+    std::fprintf(stderr, "Expression\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "one 2\nthree\nExpression\n");
+}
+
+TEST(HushedPortAudio, EndsACancelledThreadThatPrintsForEver) {
+    const HushedPortAudio hushed;
+    pthread_t thread{};
+    const auto print = [](void*) -> void* {
+        ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+        for (;;) std::fprintf(stderr, "Expression '%s' failed\n", "x");
+    };
+    ASSERT_EQ(::pthread_create(&thread, nullptr, print, nullptr), 0);
+    ::pthread_cancel(thread);
+    void* result = nullptr;
+    ::pthread_join(thread, &result);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    testing::internal::CaptureStderr();
+    std::fprintf(stderr, "still works\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "still works\n");
 }

@@ -98,7 +98,7 @@ void PulseServer::thaw() { ::kill(m_process, SIGCONT); }
 PulseServer::Player::Player(const PulseServer&, std::span<const float> samples, int rate_hz) {
     m_folder.write("sound", std::string(reinterpret_cast<const char*>(samples.data()), samples.size_bytes()));
     const std::string folder = m_folder.path();
-    m_process = spawn({"pacat", "--raw", "--format=float32le", "--channels=1", "--latency-msec=30",
+    m_process = spawn({"pacat", "--raw", "--format=float32le", "--channels=1", "--latency-msec=100",
                        "--rate=" + std::to_string(rate_hz), folder + "/sound"},
                       folder + "/log");
 }
