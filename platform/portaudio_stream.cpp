@@ -47,7 +47,8 @@ std::shared_ptr<PortAudioStream> PortAudioStream::prepare(const std::string& dev
 }
 
 void PortAudioStream::start(std::uint32_t blockFrames) {
-    m_ring.emplace(static_cast<std::size_t>(std::ceil(kRing_s * m_input.rate_hz)) * m_input.channelCount);
+    m_ring = std::make_unique<boost::lockfree::spsc_queue<float>>(
+        static_cast<std::size_t>(std::ceil(kRing_s * m_input.rate_hz)) * m_input.channelCount);
 
     PaAlsaStreamInfo alsa;
     PaAlsa_InitializeStreamInfo(&alsa);

@@ -84,7 +84,7 @@ private:
     InputChoice m_input;
     bool m_isServed = false; // by a sound server
     PaStream* m_handle = nullptr;
-    std::optional<boost::lockfree::spsc_queue<float>> m_ring;
+    std::unique_ptr<boost::lockfree::spsc_queue<float>> m_ring; // made at the start
     Semaphore m_news;
     std::atomic<std::uint64_t> m_overruns = 0;
     std::atomic<std::uint64_t> m_droppedFrames = 0;
