@@ -169,7 +169,7 @@ void PortAudioCapture::State::close(std::string error) noexcept {
         status.overruns = stream->overruns();
         status.droppedFrames = stream->droppedFrames();
         status.error = std::move(error);
-        ending = std::move(stream);
+        ending = std::exchange(stream, nullptr);
     }
     PortAudioStream::retire(std::move(ending));
     try {
