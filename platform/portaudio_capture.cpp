@@ -177,7 +177,8 @@ void PortAudioCapture::State::close(std::string error) noexcept {
             print(described(last, "lost sound " + std::to_string(last.overruns) +
                                       " times, because the machine was not fast enough: " +
                                       std::to_string(last.droppedFrames) + " frames"));
-    } catch (const std::exception&) { // no memory for a line
+    } catch (const std::exception&) {
+        return; // no memory for a line
     }
 }
 

@@ -92,7 +92,8 @@ void PortAudioStream::retire(std::shared_ptr<PortAudioStream> stream) noexcept {
             closing.set_value();
         }).detach();
         closed.wait_for(kLongestClose);
-    } catch (...) { // no thread to be had: it has been closed on the way here
+    } catch (...) {
+        return; // no thread to be had: it has been closed on the way here
     }
 }
 

@@ -145,7 +145,7 @@ constexpr double kDrain_s = 5.0; // for events that are on their way at the end
 int listenToTexts(const ListenOptions& options) {
     checkPrefix(options.prefix);
     if (options.noTelemetry) EventHub::turnOff();
-    Platform platform = defaultPlatform();
+    const Platform platform = defaultPlatform();
     int result = kDone;
     if (options.files.empty()) {
         result = listenLive(options, platform);
