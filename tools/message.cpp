@@ -67,10 +67,10 @@ std::string inHex(const std::string& bytes) {
 
 MessageReceiver::MessageReceiver(std::function<void(const HeardMessage&)> deliver)
     : m_deliver(std::move(deliver)), m_modem(parameters(GGWAVE_OPERATING_MODE_RX)),
-      m_converted(kPiece_samples) {}
+      m_converter(kTransmissionRate_hz, kTransmissionRate_hz), m_converted(kPiece_samples) {}
 
 void MessageReceiver::begin(double sampleRate_hz) {
-    m_converter.emplace(sampleRate_hz, kTransmissionRate_hz);
+    m_converter = RateConverter(sampleRate_hz, kTransmissionRate_hz);
     m_modem.prepare(parameters(GGWAVE_OPERATING_MODE_RX));
     m_gathered = 0;
     m_frames = 0;
@@ -78,14 +78,14 @@ void MessageReceiver::begin(double sampleRate_hz) {
 
 void MessageReceiver::take(std::span<const float> mono) {
     while (!mono.empty()) {
-        const Converted step = m_converter->convert(mono, m_converted);
+        const Converted step = m_converter.convert(mono, m_converted);
         mono = mono.subspan(step.consumed);
         gather(std::span(m_converted).first(step.produced));
     }
 }
 
 void MessageReceiver::end() {
-    while (const std::size_t produced = m_converter->flush(m_converted))
+    while (const std::size_t produced = m_converter.flush(m_converted))
         gather(std::span(m_converted).first(produced));
     static constexpr std::array<float, kFrame_samples> kSilence{};
     gather(std::span(kSilence).first(kFrame_samples - m_gathered));

@@ -52,7 +52,7 @@ private:
 
     std::function<void(const HeardMessage&)> m_deliver;
     GGWave m_modem;
-    std::optional<RateConverter> m_converter;
+    RateConverter m_converter; // of the recording; before the first one equal rates
     std::vector<float> m_converted;
     std::array<float, kFrame_samples> m_frame{};
     std::size_t m_gathered = 0; // samples in m_frame
