@@ -92,9 +92,9 @@ public:
             m_status.show([this] { return meterLine(); });
             std::this_thread::sleep_for(kTick);
         }
+        m_status.clear();
         m_listener.stopListening();
         MainQueue::main().poll(); // a text that was heard with the last block
-        m_status.clear();
         const CaptureStatus status = m_capture->status();
         if (status.overruns > 0)
             printError(std::to_string(status.overruns) + " times sound was lost: this machine was too slow");
