@@ -127,7 +127,7 @@ int ggwave_decode(int id, const void* waveform, int waveformSize, void* payloadB
 /// ggwave_decode.
 ///
 /// Nothing vouches for these bytes but the error correction: at the edges of a transmission a window that
-/// holds only part of it is now and then corrected into another code word (3 in 65 clean transmissions
+/// holds only part of it is now and then corrected into another code word (21 in 400 clean transmissions
 /// delivered one beside the right payload). Carry a check of your own.
 ///
 /// @return bytes copied; 0: nothing yet; -1: failure; -2: the payload does not fit and is dropped
