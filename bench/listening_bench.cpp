@@ -1,6 +1,7 @@
 // The listening path and its stages, as multiples of real time (x_real_time), beside the plain forms of the
 // same work. Run with --benchmark_repetitions=9 --benchmark_enable_random_interleaving=true for the spread.
 #include "modem/fft.h"
+#include "modem/resampler.hpp"
 #include "modem/rs.hpp"
 #include "payload/encoding.hpp"
 #include "sdk/CPP_wrapper.hpp"

@@ -1,5 +1,5 @@
-#include "modem/ggwave.h"
 #include "modem/log.hpp"
+#include "modem/parts.hpp"
 
 #include <cmath>
 #include <cstring>
@@ -23,10 +23,7 @@ Sample sampleAt(std::span<const std::uint8_t> bytes, std::size_t i) {
 } // namespace
 
 /// What makes receiving impossible, as a line for the log stream; null if nothing does.
-const char* GGWave::obstacleToDecoding() const {
-    if (!m_isRxEnabled) return "Rx is disabled - cannot receive data with this GGWave instance\n";
-    if (m_heap == nullptr)
-        return "Error: this GGWave instance has no working memory - its preparation failed\n";
+const char* GGWave::Parts::obstacleToDecoding() const {
     if (m_txHasData) return "Cannot decode while transmitting\n";
     if (m_samplesPerFrame < 2 || (m_samplesPerFrame & (m_samplesPerFrame - 1)) != 0)
         return "Error: receiving needs a power of two from 2 on as samples per frame\n";
@@ -35,7 +32,7 @@ const char* GGWave::obstacleToDecoding() const {
     return nullptr;
 }
 
-bool GGWave::decode(const void* data, unsigned int nBytes) {
+bool GGWave::Parts::decode(const void* data, unsigned int nBytes) {
     if (const char* obstacle = obstacleToDecoding()) {
         logLine("%s", obstacle);
         return false;
@@ -123,7 +120,7 @@ bool GGWave::decode(const void* data, unsigned int nBytes) {
 }
 
 /// Captured bytes to floats of full scale 1.
-void GGWave::convertCaptured(std::span<const std::uint8_t> bytes, float* dst) {
+void GGWave::Parts::convertCaptured(std::span<const std::uint8_t> bytes, float* dst) {
     constexpr float kFrom8Bits = 1.0F / 128.0F, kFrom16Bits = 1.0F / 32768.0F;
     const std::size_t samples = bytes.size() / static_cast<std::size_t>(m_sampleSizeInp);
     switch (m_sampleFormatInp) {

@@ -254,62 +254,7 @@ public:
         void toggle(ggwave_ProtocolId id, bool state);
     };
 
-    /// Windowed-sinc rate conversion of a stream, handed over block by block.
-    ///
-    /// The kernel reaches 63 input samples to each side; when the rate falls it is widened, and so filters.
-    /// The output lags the input by 136 input samples: 64 are held back to the next call, 72 lie ahead of the
-    /// centre in the delay line. Working arrays lie in memory given to `alloc`; nothing else is allocated.
-    class Resampler {
-    public:
-        static constexpr int kWidth = 64;               ///< input samples held back, and half the kernel
-        static constexpr int kSincResolution = 32;      ///< table entries per input sample
-        static constexpr int kMaxInput = 4096 - kWidth; ///< samples that one call may hand over
-
-        /// Adds the bytes of the working arrays to `n`; with a block, places them at p + n first, builds the
-        /// kernel and resets the stream.
-        bool alloc(void* p, int& n);
-
-        /// Forgets the stream.
-        void reset();
-
-        /// @param factor      input samples per output sample, above 0
-        /// @param nSamples    65 to 4032 input samples; others are a programming error and abort
-        /// @param samplesOut  null: only count, the stream stays where it is (any nSamples); else room for
-        ///                    nSamples / factor + 2 samples
-        /// @return output samples
-        int resample(float factor, int nSamples, const float* samplesInp, float* samplesOut);
-
-        /// The same in portions, for an output larger than any one array: `feed` the input once, `take` until
-        /// it answers 0, then `settle`.
-        void feed(int nSamples, const float* samplesInp);
-        int take(float factor, std::span<float> out);
-        void settle();
-
-        void newData(float sample);
-        float getData(int j) const;
-        double sinc(double x) const;
-        void makeSinc();
-
-        int samplesTotal() const { return m_time.total; } ///< input samples since the last reset
-
-    private:
-        struct Time {
-            int total = 0;        // input samples offered
-            int integer = 0;      // floor of `current`
-            int last = 0;         // input samples shifted into the delay line
-            double current = 0.0; // of the next output sample, in input samples
-            void advance(float factor);
-        };
-        int count(float factor, int nSamples) const;
-        int takeHalfRate(std::span<float> out);
-        const float* window(int first, std::span<float> scratch) const;
-
-        ggvector<float> m_sincTable, m_delay, m_edge, m_samplesInp;
-        Time m_time;
-        int m_fed = 0;                            // samples in m_samplesInp that may be consumed by this call
-        int m_consumed = 0;                       // of those, shifted in so far
-        std::array<float, 32> m_halfRateKernel{}; // taps at odd distances for a factor of 2
-    };
+    class Resampler; ///< windowed-sinc rate conversion of a stream: modem/resampler.hpp
 
     explicit GGWave(const ggwave_Parameters& parameters);
     ~GGWave();
@@ -361,8 +306,8 @@ public:
 
     /// Tone indices of the last encode (bin = freqStart + index), 255 after each chunk of several tones.
     /// Indices keep their low 8 bits, so they are unambiguous up to 7 bytes per chunk.
-    ggvector<std::uint8_t> txTones() const { return {m_tones.data(), m_nTones}; }
-    bool txHasData() const { return m_txHasData; }
+    ggvector<std::uint8_t> txTones() const;
+    bool txHasData() const;
     bool txTakeAmplitudeI16(ggvector<short>& dst);
     const Protocols& txProtocols() const { return m_txProtocols; }
 
@@ -379,25 +324,25 @@ public:
     /// @return false: this instance cannot receive now; one line on the log stream says why
     bool decode(const void* data, unsigned int nBytes);
 
-    bool rxReceiving() const { return m_rxReceiving; }
-    bool rxAnalyzing() const { return m_rxAnalyzing; }
-    int rxSamplesNeeded() const { return m_samplesNeeded; }
-    int rxFramesToRecord() const { return m_framesToRecord; }
-    int rxFramesLeftToRecord() const { return m_framesLeftToRecord; }
-    int rxFramesToAnalyze() const { return m_framesToAnalyze; }
-    int rxFramesLeftToAnalyze() const { return m_framesLeftToAnalyze; }
+    bool rxReceiving() const;
+    bool rxAnalyzing() const;
+    int rxSamplesNeeded() const;
+    int rxFramesToRecord() const;
+    int rxFramesLeftToRecord() const;
+    int rxFramesToAnalyze() const;
+    int rxFramesLeftToAnalyze() const;
     bool rxStopReceiving();
 
     /// The instance's own table; what is enabled here from now on is searched for, as far as the working
     /// block, sized at preparation, has room for it.
     Protocols& rxProtocols() { return m_rxProtocols; }
 
-    int rxDataLength() const { return m_rxDataLength; }
-    ggvector<std::uint8_t> rxData() const { return m_rxData; }
-    const Protocol& rxProtocol() const { return m_rxProtocol; }
-    ggwave_ProtocolId rxProtocolId() const { return m_rxProtocolId; }
-    ggvector<float> rxSpectrum() const { return m_sampleSpectrum; }
-    ggvector<float> rxAmplitude() const { return m_sampleAmplitude; }
+    int rxDataLength() const;
+    ggvector<std::uint8_t> rxData() const;
+    const Protocol& rxProtocol() const;
+    ggwave_ProtocolId rxProtocolId() const;
+    ggvector<float> rxSpectrum() const;
+    ggvector<float> rxAmplitude() const;
 
     /// Takes what was received: the payload's length after setting `dst` to it; 0: nothing waits; -1: a
     /// failed reception. `dst` is left alone by the latter two.
@@ -407,15 +352,15 @@ public:
 
     // What the instance was made from
 
-    bool isDSSEnabled() const { return m_isDSSEnabled; }
-    int samplesPerFrame() const { return m_samplesPerFrame; }
+    bool isDSSEnabled() const { return (m_parameters.operatingMode & GGWAVE_OPERATING_MODE_USE_DSS) != 0; }
+    int samplesPerFrame() const { return m_parameters.samplesPerFrame; }
     int sampleSizeInp() const { return m_sampleSizeInp; }
     int sampleSizeOut() const { return m_sampleSizeOut; }
     float hzPerSample() const { return m_hzPerSample; }
-    float sampleRateInp() const { return m_sampleRateInp; }
-    float sampleRateOut() const { return m_sampleRateOut; }
-    ggwave_SampleFormat sampleFormatInp() const { return m_sampleFormatInp; }
-    ggwave_SampleFormat sampleFormatOut() const { return m_sampleFormatOut; }
+    float sampleRateInp() const { return m_parameters.sampleRateInp; }
+    float sampleRateOut() const { return m_parameters.sampleRateOut; }
+    ggwave_SampleFormat sampleFormatInp() const { return m_parameters.sampleFormatInp; }
+    ggwave_SampleFormat sampleFormatOut() const { return m_parameters.sampleFormatOut; }
     int heapSize() const { return m_heapSize; } ///< bytes of the working block; 0: preparation failed
 
     // Queries over the enabled rows of a table
@@ -455,115 +400,17 @@ public:
     static int filter(ggwave_Filter type, float* waveform, int N, float p0, float p1, float* w);
 
 private:
-    struct Frames; // how many frames of what a transmission has
+    struct Parts; // everything that a working instance consists of, in front of its block: modem/parts.hpp
 
-    void reset();
     void dropBlock();
-    bool allocReceiver(void* p, std::int64_t& n, int length, int totalLength);
-    void allocTransmitter(void* p, std::int64_t& n, int length, int totalLength);
 
-    bool queue(std::span<const std::uint8_t> data, ggwave_ProtocolId protocolId, int volume);
-    Frames transmissionFrames() const;
-    const char* obstacleToEncoding() const;
-    void encodeBytes();
-    int codedByte(int i) const;
-    void setDataBits(const Frames& frames, int frame);
-    bool makeTones(const Frames& frames);
-    void makeSines();
-    void synthesizeFrame(const Frames& frames, int frame);
-    bool makeWaveform(const Frames& frames);
-    bool append(std::span<const float> samples, int& total);
+    // What an instance without a working block still answers.
+    ggwave_Parameters m_parameters{};
+    int m_sampleSizeInp = -1, m_sampleSizeOut = -1; // bytes
+    float m_hzPerSample = -1.0F;
+    Protocols m_rxProtocols{}, m_txProtocols{};
 
-    const char* obstacleToDecoding() const;
-    void convertCaptured(std::span<const std::uint8_t> bytes, float* dst);
-    void analyseFrame(std::span<const float> frame);
-    void powerSpectrum();
-    void decode_fixed();
-    void decode_variable();
-    void analyseAverage();
-    void searchMarkers();
-    void startRecording(int freqStart);
-    void endRecording();
-    void record(std::span<const float> frame);
-    void chooseRecording();
-    void recordTones(std::span<const float> frame, int byte, float* dst);
-    bool isAnalysed(const Protocol& protocol) const;
-    void analyseRecording();
-    bool decodeAt(ggwave_ProtocolId id, int alignment);
-    int decodeLength(const Protocol& protocol);
-    void decodeChunk(const Protocol& protocol, int position, std::uint8_t* dst);
-    bool fitsReceiver(const Protocol& protocol) const;
-    bool detectTones(const Protocol& protocol);
-    void voteFrame(const Protocol& protocol, std::span<const std::uint8_t> row, int chunk, int bytes);
-    void deliver(ggwave_ProtocolId id, int length);
-
-    // Set by preparation
-    float m_sampleRateInp = -1.0F, m_sampleRateOut = -1.0F, m_sampleRate = -1.0F;
-    int m_samplesPerFrame = -1;
-    float m_isamplesPerFrame = -1.0F;
-    int m_sampleSizeInp = -1, m_sampleSizeOut = -1;
-    ggwave_SampleFormat m_sampleFormatInp = GGWAVE_SAMPLE_FORMAT_UNDEFINED;
-    ggwave_SampleFormat m_sampleFormatOut = GGWAVE_SAMPLE_FORMAT_UNDEFINED;
-    float m_hzPerSample = -1.0F, m_ihzPerSample = -1.0F;
-    int m_freqDelta_bin = -1;
-    float m_freqDelta_hz = -1.0F;
-    int m_nBitsInMarker = -1, m_nMarkerFrames = -1, m_encodedDataOffset = -1;
-    float m_soundMarkerThreshold = -1.0F;
-    bool m_isFixedPayloadLength = false;
-    int m_payloadLength = -1;
-    bool m_isRxEnabled = false, m_isTxEnabled = false, m_txOnlyTones = false, m_isDSSEnabled = false;
-    bool m_needResampling = false;
-
-    // Used by both directions
-    ggvector<std::uint8_t> m_dataEncoded, m_workRSLength, m_workRSData;
-
-    // Receiver
-    bool m_rxReceiving = false, m_rxAnalyzing = false;
-    int m_markersSeen = 0;     // in a row
-    int m_markerFreqStart = 0; // of the protocol whose start marker opened the recording
-    int m_recordingFrames = 0; // length of the recording; the longest possible until an end marker is heard
-    int m_framesRecorded = 0;  // rows of m_recordedAmplitude written
-    int m_recordedBytes = 0;   // bytes per chunk whose tones are recorded as running sums; 0: samples are
-    int m_minFreqStart = 0;
-    int m_framesLeftToAnalyze = 0, m_framesLeftToRecord = 0, m_framesToAnalyze = 0, m_framesToRecord = 0;
-    int m_samplesNeeded = 0;
-    ggvector<float> m_fftOut;
-    ggvector<int> m_fftWorkI;
-    ggvector<float> m_fftWorkF;
-    bool m_hasNewRxData = false, m_hasNewSpectrum = false, m_hasNewAmplitude = false;
-    ggvector<float> m_sampleSpectrum, m_sampleAmplitude, m_sampleAmplitudeResampled;
-    ggvector<std::uint8_t> m_sampleAmplitudeTmp;
-    int m_rxDataLength = 0;
-    ggvector<std::uint8_t> m_rxData;
-    Protocol m_rxProtocol;
-    ggwave_ProtocolId m_rxProtocolId = GGWAVE_PROTOCOL_COUNT;
-    Protocols m_rxProtocols{};
-    int m_historyRow = 0; // of m_amplitudeHistory, written next
-    ggvector<float> m_spectrumAverage;
-    ggmatrix<float> m_spectrumHistory;
-    ggvector<float> m_recordedAmplitude;
-    int m_historyRowFixed = 0; // of m_spectrumHistoryFixed, written next
-    ggmatrix<std::uint8_t> m_spectrumHistoryFixed;
-    ggvector<std::uint8_t> m_detectedBins, m_detectedTones;
-
-    // Transmitter
-    bool m_txHasData = false;
-    float m_sendVolume = 0.1F;
-    int m_txDataLength = 0, m_txLastSamples = 0;
-    ggvector<std::uint8_t> m_dataBits;
-    ggvector<double> m_phaseOffsets;
-    ggmatrix<float> m_bit1Amplitude, m_bit0Amplitude;
-    ggvector<std::uint8_t> m_txData;
-    Protocol m_txProtocol;
-    Protocols m_txProtocols{};
-    ggvector<float> m_outputBlock, m_outputBlockResampled;
-    ggvector<std::uint8_t> m_outputBlockTmp;
-    ggvector<short> m_outputBlockI16;
-    int m_nTones = 0;
-    ggvector<std::uint8_t> m_tones;
-
-    Resampler m_resampler;
-    void* m_heap = nullptr;
+    Parts* m_parts = nullptr;
     int m_heapSize = 0;
 };
 

@@ -1,9 +1,10 @@
-#include "modem/ggwave.h"
 #include "modem/log.hpp"
+#include "modem/parts.hpp"
 
 #include <climits>
 #include <cmath>
 #include <cstdlib>
+#include <new>
 
 using sorvel::detail::logLine;
 
@@ -57,6 +58,11 @@ constexpr ggwave_Parameters kDefaultParameters{
     .operatingMode = GGWAVE_OPERATING_MODE_RX | GGWAVE_OPERATING_MODE_TX,
 };
 
+/// Bytes in front of the working block, which then is aligned as an allocation of its own would be.
+template <class Parts>
+constexpr std::size_t kPartsSize =
+    (sizeof(Parts) + alignof(std::max_align_t) - 1) / alignof(std::max_align_t) * alignof(std::max_align_t);
+
 } // namespace
 
 int getECCBytesForLength(int length) { return length < 4 ? 2 : std::max(4, 2 * (length / 5)); }
@@ -65,44 +71,90 @@ const ggwave_Parameters& GGWave::getDefaultParameters() { return kDefaultParamet
 
 GGWave::GGWave(const ggwave_Parameters& parameters) { prepare(parameters, true); }
 
-GGWave::~GGWave() { std::free(m_heap); }
+GGWave::~GGWave() { std::free(m_parts); }
 
 void GGWave::dropBlock() {
-    std::free(m_heap);
-    m_heap = nullptr;
+    std::free(m_parts);
+    m_parts = nullptr;
     m_heapSize = 0;
-
-    m_dataEncoded = m_workRSLength = m_workRSData = {};
-    m_fftOut = m_fftWorkF = m_sampleSpectrum = m_sampleAmplitude = m_sampleAmplitudeResampled = {};
-    m_fftWorkI = {};
-    m_sampleAmplitudeTmp = m_rxData = m_detectedBins = m_detectedTones = {};
-    m_spectrumAverage = m_recordedAmplitude = {};
-    m_spectrumHistory = {};
-    m_spectrumHistoryFixed = {};
-    m_dataBits = m_txData = m_outputBlockTmp = m_tones = {};
-    m_phaseOffsets = {};
-    m_bit1Amplitude = m_bit0Amplitude = {};
-    m_outputBlock = m_outputBlockResampled = {};
-    m_outputBlockI16 = {};
-    m_resampler = {};
 }
 
 bool GGWave::prepare(const ggwave_Parameters& parameters, bool allocate) {
     dropBlock();
 
+    m_parameters = parameters;
+    m_sampleSizeInp = sampleSize(parameters.sampleFormatInp);
+    m_sampleSizeOut = sampleSize(parameters.sampleFormatOut);
+    m_hzPerSample = parameters.sampleRate / static_cast<float>(parameters.samplesPerFrame);
+    const auto has = [&parameters](int flag) { return (parameters.operatingMode & flag) != 0; };
+    m_rxProtocols = has(GGWAVE_OPERATING_MODE_RX) ? Protocols::rx() : Protocols{};
+    m_txProtocols = has(GGWAVE_OPERATING_MODE_TX) ? Protocols::tx() : Protocols{};
+
+    if (m_sampleSizeInp == 0) {
+        logLine("Invalid or unsupported capture sample format: %d\n", parameters.sampleFormatInp);
+        return false;
+    }
+    if (m_sampleSizeOut == 0) {
+        logLine("Invalid or unsupported playback sample format: %d\n", parameters.sampleFormatOut);
+        return false;
+    }
+    if (parameters.samplesPerFrame > kMaxSamplesPerFrame || parameters.samplesPerFrame < 1) {
+        logLine("Invalid samples per frame: %d, max: %d\n", parameters.samplesPerFrame, kMaxSamplesPerFrame);
+        return false;
+    }
+    if (!(parameters.sampleRateInp >= kMinSampleRate)) { // also not a number
+        logLine("Error: capture sample rate (%g Hz) must be >= %g Hz\n",
+                static_cast<double>(parameters.sampleRateInp), static_cast<double>(kMinSampleRate));
+        return false;
+    }
+    if (parameters.sampleRateInp > kMaxSampleRate) {
+        logLine("Error: capture sample rate (%g Hz) must be <= %g Hz\n",
+                static_cast<double>(parameters.sampleRateInp), static_cast<double>(kMaxSampleRate));
+        return false;
+    }
+
+    int heapSize0 = 0;
+    if (!alloc(nullptr, heapSize0)) {
+        logLine("Error: failed to compute the size of the required memory\n");
+        return false;
+    }
+    if (!allocate) return true;
+
+    // One allocation: the parts, and behind them the block that they lay out.
+    void* const memory = std::calloc(1, kPartsSize<Parts> + static_cast<std::size_t>(heapSize0));
+    if (memory == nullptr) {
+        logLine("Error: failed to allocate the required memory: %d\n", heapSize0);
+        return false;
+    }
+    m_parts = new (memory) Parts(*this);
+    int n = 0;
+    if (!alloc(static_cast<std::byte*>(memory) + kPartsSize<Parts>, n) || n != heapSize0) {
+        dropBlock();
+        logLine("Error: failed to allocate memory - heapSize0: %d, heapSize: %d\n", heapSize0, n);
+        return false;
+    }
+    m_heapSize = heapSize0;
+    return init(0, "", 0, 0);
+}
+
+bool GGWave::alloc(void* p, int& n) {
+    if (m_parts != nullptr) return m_parts->alloc(p, n);
+    return p == nullptr && Parts(*this).alloc(nullptr, n);
+}
+
+GGWave::Parts::Parts(const GGWave& owner)
+    : m_rxProtocols(owner.m_rxProtocols), m_txProtocols(owner.m_txProtocols) {
+    const ggwave_Parameters& parameters = owner.m_parameters;
     m_sampleRateInp = parameters.sampleRateInp;
     m_sampleRateOut = parameters.sampleRateOut;
     m_sampleRate = parameters.sampleRate;
     m_samplesPerFrame = parameters.samplesPerFrame;
     m_isamplesPerFrame = 1.0F / static_cast<float>(m_samplesPerFrame);
-    m_sampleSizeInp = sampleSize(parameters.sampleFormatInp);
-    m_sampleSizeOut = sampleSize(parameters.sampleFormatOut);
+    m_sampleSizeInp = owner.m_sampleSizeInp;
+    m_sampleSizeOut = owner.m_sampleSizeOut;
     m_sampleFormatInp = parameters.sampleFormatInp;
     m_sampleFormatOut = parameters.sampleFormatOut;
-    m_hzPerSample = m_sampleRate / static_cast<float>(m_samplesPerFrame);
-    m_ihzPerSample = 1.0F / m_hzPerSample;
-    m_freqDelta_bin = 1;
-    m_freqDelta_hz = 2.0F * m_hzPerSample;
+    m_hzPerSample = owner.m_hzPerSample;
     m_isFixedPayloadLength = parameters.payloadLength > 0;
     m_payloadLength = parameters.payloadLength;
     m_nBitsInMarker = kBitsInMarker;
@@ -114,77 +166,11 @@ bool GGWave::prepare(const ggwave_Parameters& parameters, bool allocate) {
     m_txOnlyTones = (parameters.operatingMode & GGWAVE_OPERATING_MODE_TX_ONLY_TONES) != 0;
     m_isDSSEnabled = (parameters.operatingMode & GGWAVE_OPERATING_MODE_USE_DSS) != 0;
     m_needResampling = m_sampleRateInp != m_sampleRate || m_sampleRateOut != m_sampleRate;
-    reset();
-
-    if (m_sampleSizeInp == 0) {
-        logLine("Invalid or unsupported capture sample format: %d\n", m_sampleFormatInp);
-        return false;
-    }
-    if (m_sampleSizeOut == 0) {
-        logLine("Invalid or unsupported playback sample format: %d\n", m_sampleFormatOut);
-        return false;
-    }
-    if (m_samplesPerFrame > kMaxSamplesPerFrame || m_samplesPerFrame < 1) {
-        logLine("Invalid samples per frame: %d, max: %d\n", m_samplesPerFrame, kMaxSamplesPerFrame);
-        return false;
-    }
-    if (!(m_sampleRateInp >= kMinSampleRate)) { // also not a number
-        logLine("Error: capture sample rate (%g Hz) must be >= %g Hz\n", static_cast<double>(m_sampleRateInp),
-                static_cast<double>(kMinSampleRate));
-        return false;
-    }
-    if (m_sampleRateInp > kMaxSampleRate) {
-        logLine("Error: capture sample rate (%g Hz) must be <= %g Hz\n", static_cast<double>(m_sampleRateInp),
-                static_cast<double>(kMaxSampleRate));
-        return false;
-    }
-
-    int heapSize0 = 0;
-    if (!alloc(nullptr, heapSize0)) {
-        logLine("Error: failed to compute the size of the required memory\n");
-        return false;
-    }
-    if (!allocate) return true;
-
-    m_heap = std::calloc(static_cast<std::size_t>(heapSize0), 1);
-    int n = 0;
-    if (m_heap == nullptr || !alloc(m_heap, n)) {
-        dropBlock();
-        logLine("Error: failed to allocate the required memory: %d\n", heapSize0);
-        return false;
-    }
-    if (n != heapSize0) {
-        dropBlock();
-        logLine("Error: failed to allocate memory - heapSize0: %d, heapSize: %d\n", heapSize0, n);
-        return false;
-    }
-    m_heapSize = heapSize0;
-    return init(0, "", 0, 0);
-}
-
-/// Everything that is neither a parameter nor in the block, as before the first call.
-void GGWave::reset() {
-    m_rxReceiving = m_rxAnalyzing = false;
-    m_markersSeen = m_markerFreqStart = m_recordingFrames = m_framesRecorded = 0;
-    m_recordedBytes = 0;
-    m_framesLeftToAnalyze = m_framesLeftToRecord = m_framesToAnalyze = m_framesToRecord = 0;
     m_samplesNeeded = m_samplesPerFrame;
-    m_hasNewRxData = m_hasNewSpectrum = m_hasNewAmplitude = false;
-    m_rxDataLength = 0;
-    m_rxProtocol = {};
-    m_rxProtocolId = GGWAVE_PROTOCOL_COUNT;
-    m_historyRow = m_historyRowFixed = 0;
-    m_rxProtocols = m_isRxEnabled ? Protocols::rx() : Protocols{};
-    m_minFreqStart = minFreqStart(m_rxProtocols);
-
-    m_txHasData = false;
-    m_sendVolume = 0.1F;
-    m_txDataLength = m_txLastSamples = m_nTones = 0;
-    m_txProtocol = {};
-    m_txProtocols = m_isTxEnabled ? Protocols::tx() : Protocols{};
+    m_minFreqStart = sorvel::modem::minFreqStart(m_rxProtocols, m_samplesPerFrame);
 }
 
-bool GGWave::alloc(void* p, int& n) {
+bool GGWave::Parts::alloc(void* p, int& n) {
     const int length = m_isFixedPayloadLength ? m_payloadLength : kMaxLengthVariable;
     const int ecc = getECCBytesForLength(length);
     if (const std::int64_t total = std::int64_t{length} + ecc; total > kMaxDataSize) {
@@ -205,7 +191,7 @@ bool GGWave::alloc(void* p, int& n) {
     return !m_needResampling || m_resampler.alloc(p, n);
 }
 
-bool GGWave::allocReceiver(void* p, std::int64_t& n, int length, int totalLength) {
+bool GGWave::Parts::allocReceiver(void* p, std::int64_t& n, int length, int totalLength) {
     if (m_isFixedPayloadLength && length > kMaxLengthFixed) {
         logLine("Invalid payload length: %d, max: %d\n", length, kMaxLengthFixed);
         return false;
@@ -225,9 +211,10 @@ bool GGWave::allocReceiver(void* p, std::int64_t& n, int length, int totalLength
     place(m_rxData, p, n, length + 1);
     if (m_isFixedPayloadLength) {
         // One chunk carries at least one byte, so no transmission has more chunks than coded bytes.
-        place(m_spectrumHistoryFixed, p, n, std::int64_t{maxFramesPerTx(rx, false)} * totalLength, spf);
+        place(m_spectrumHistoryFixed, p, n,
+              std::int64_t{sorvel::modem::maxFramesPerTx(rx, false)} * totalLength, spf);
         place(m_detectedBins, p, n, 2 * totalLength);
-        place(m_detectedTones, p, n, 32 * maxBytesPerTx(rx));
+        place(m_detectedTones, p, n, 32 * sorvel::modem::maxBytesPerTx(rx));
     } else {
         place(m_recordedAmplitude, p, n, kMaxRecordedFrames * spf);
         place(m_spectrumAverage, p, n, spf);
@@ -236,10 +223,10 @@ bool GGWave::allocReceiver(void* p, std::int64_t& n, int length, int totalLength
     return true;
 }
 
-void GGWave::allocTransmitter(void* p, std::int64_t& n, int length, int totalLength) {
+void GGWave::Parts::allocTransmitter(void* p, std::int64_t& n, int length, int totalLength) {
     const std::int64_t spf = m_samplesPerFrame;
     const Protocols& tx = Protocols::tx();
-    const int tones = 32 * maxBytesPerTx(tx);
+    const int tones = 32 * sorvel::modem::maxBytesPerTx(tx);
 
     if (!m_txOnlyTones) {
         place(m_phaseOffsets, p, n, tones);
@@ -250,42 +237,8 @@ void GGWave::allocTransmitter(void* p, std::int64_t& n, int length, int totalLen
         place(m_outputBlockTmp, p, n, kMaxRecordedFrames * spf * m_sampleSizeOut);
         place(m_outputBlockI16, p, n, kMaxRecordedFrames * spf);
     }
-    const int tonesPerTx = m_isFixedPayloadLength ? maxTonesPerTx(tx) : kBitsInMarker;
+    const int tonesPerTx = m_isFixedPayloadLength ? sorvel::modem::maxTonesPerTx(tx) : kBitsInMarker;
     place(m_txData, p, n, length + 1);
     place(m_dataBits, p, n, tones);
     place(m_tones, p, n, tonesPerTx * totalLength + (tonesPerTx > 1 ? totalLength : 0));
-}
-
-bool GGWave::rxStopReceiving() {
-    const bool wasReceiving = m_rxReceiving;
-    m_rxReceiving = false;
-    return wasReceiving;
-}
-
-int GGWave::rxTakeData(ggvector<std::uint8_t>& dst) {
-    const int length = m_rxDataLength;
-    m_rxDataLength = 0;
-    if (length > 0) dst = {m_rxData.data(), length};
-    return length;
-}
-
-bool GGWave::rxTakeSpectrum(ggvector<float>& dst) {
-    if (!m_hasNewSpectrum) return false;
-    m_hasNewSpectrum = false;
-    dst = m_sampleSpectrum;
-    return true;
-}
-
-bool GGWave::rxTakeAmplitude(ggvector<float>& dst) {
-    if (!m_hasNewAmplitude) return false;
-    m_hasNewAmplitude = false;
-    dst = m_sampleAmplitude;
-    return true;
-}
-
-bool GGWave::txTakeAmplitudeI16(ggvector<short>& dst) {
-    if (m_txLastSamples == 0) return false;
-    dst = {m_outputBlockI16.data(), m_txLastSamples};
-    m_txLastSamples = 0;
-    return true;
 }

@@ -1,4 +1,4 @@
-#include "modem/ggwave.h"
+#include "modem/protocols.hpp"
 
 #include <cmath>
 
@@ -61,41 +61,70 @@ void GGWave::Protocols::toggle(ggwave_ProtocolId id, bool state) {
     if (isRow(id)) (*this)[static_cast<std::size_t>(id)].enabled = state;
 }
 
-int GGWave::minFreqStart(const Protocols& protocols) const {
-    int result = m_samplesPerFrame;
-    for (const Protocol& row : protocols) {
+namespace sorvel::modem {
+
+int minFreqStart(const GGWave::Protocols& protocols, int samplesPerFrame) {
+    int result = samplesPerFrame;
+    for (const GGWave::Protocol& row : protocols) {
         if (row.enabled) result = std::min<int>(result, row.freqStart);
     }
     return result;
 }
 
-int GGWave::minBytesPerTx(const Protocols& protocols) const {
+int minBytesPerTx(const GGWave::Protocols& protocols) {
     int result = 1;
-    for (const Protocol& row : protocols) {
+    for (const GGWave::Protocol& row : protocols) {
         if (row.enabled) result = std::min<int>(result, row.bytesPerTx);
     }
     return result;
 }
 
-int GGWave::maxBytesPerTx(const Protocols& protocols) const {
-    return largest(protocols, 1, [](const Protocol& row) { return int{row.bytesPerTx}; });
+int maxBytesPerTx(const GGWave::Protocols& protocols) {
+    return largest(protocols, 1, [](const GGWave::Protocol& row) { return int{row.bytesPerTx}; });
 }
 
-int GGWave::maxFramesPerTx(const Protocols& protocols, bool excludeMT) const {
-    return largest(protocols, 0, [excludeMT](const Protocol& row) {
+int maxFramesPerTx(const GGWave::Protocols& protocols, bool excludeMT) {
+    return largest(protocols, 0, [excludeMT](const GGWave::Protocol& row) {
         return excludeMT && row.extra > 1 ? 0 : row.framesPerTx * row.extra;
     });
 }
 
+int maxTonesPerTx(const GGWave::Protocols& protocols) {
+    return largest(protocols, 1, [](const GGWave::Protocol& row) {
+        return row.extra == 0 ? 0 : 2 * row.bytesPerTx / row.extra;
+    });
+}
+
+float bitFreq(const GGWave::Protocol& protocol, int bit, float hzPerBin) {
+    // Fused, not a * b + c: every compiler and processor must give the same tone.
+    return std::fma(hzPerBin, static_cast<float>(protocol.freqStart),
+                    2.0F * hzPerBin * static_cast<float>(bit));
+}
+
+} // namespace sorvel::modem
+
+int GGWave::minFreqStart(const Protocols& protocols) const {
+    return sorvel::modem::minFreqStart(protocols, samplesPerFrame());
+}
+
+int GGWave::minBytesPerTx(const Protocols& protocols) const {
+    return sorvel::modem::minBytesPerTx(protocols);
+}
+
+int GGWave::maxBytesPerTx(const Protocols& protocols) const {
+    return sorvel::modem::maxBytesPerTx(protocols);
+}
+
+int GGWave::maxFramesPerTx(const Protocols& protocols, bool excludeMT) const {
+    return sorvel::modem::maxFramesPerTx(protocols, excludeMT);
+}
+
 int GGWave::maxTonesPerTx(const Protocols& protocols) const {
-    return largest(protocols, 1,
-                   [](const Protocol& row) { return row.extra == 0 ? 0 : 2 * row.bytesPerTx / row.extra; });
+    return sorvel::modem::maxTonesPerTx(protocols);
 }
 
 float GGWave::bitFreq(const Protocol& protocol, int bit) const {
-    // Fused, not a * b + c: every compiler and processor must give the same tone.
-    return std::fma(m_hzPerSample, static_cast<float>(protocol.freqStart),
-                    m_freqDelta_hz * static_cast<float>(bit));
+    return sorvel::modem::bitFreq(protocol, bit, m_hzPerSample);
 }
 
 void ggwave_rxToggleProtocol(ggwave_ProtocolId protocolId, int state) {

@@ -1,5 +1,5 @@
 #include "modem/dss.hpp"
-#include "modem/ggwave.h"
+#include "modem/parts.hpp"
 #include "modem/rs.hpp"
 
 #include <cmath>
@@ -52,7 +52,7 @@ Span spanOf(const GGWave::Protocol& protocol, int payloadLength) {
 
 } // namespace
 
-void GGWave::decode_fixed() {
+void GGWave::Parts::decode_fixed() {
     m_hasNewSpectrum = true;
     const int spf = m_samplesPerFrame;
     analyseFrame(m_sampleAmplitude.span().first(static_cast<std::size_t>(spf)));
@@ -88,7 +88,7 @@ void GGWave::decode_fixed() {
 
 /// Whether a row is one to search for, and within what the working block was laid out for: rows can be
 /// changed in the instance's table after its preparation.
-bool GGWave::fitsReceiver(const Protocol& protocol) const {
+bool GGWave::Parts::fitsReceiver(const Protocol& protocol) const {
     if (!protocol.enabled || protocol.freqStart > m_samplesPerFrame || protocol.freqStart < 0) return false;
     if (protocol.framesPerTx < 1 || protocol.bytesPerTx < 1 || protocol.extra < 1 || protocol.extra > 2)
         return false;
@@ -99,7 +99,7 @@ bool GGWave::fitsReceiver(const Protocol& protocol) const {
 /// Fills m_detectedBins with the nibbles, low before high, of a transmission that ends at the newest frame.
 ///
 /// @return whether enough of them are clear
-bool GGWave::detectTones(const Protocol& protocol) {
+bool GGWave::Parts::detectTones(const Protocol& protocol) {
     const Span span = spanOf(protocol, m_payloadLength);
     const int rows = m_spectrumHistoryFixed.rows();
     const int majority = protocol.framesPerTx / 2;
@@ -135,7 +135,8 @@ bool GGWave::detectTones(const Protocol& protocol) {
 
 /// Adds one frame's loudest tones to the votes: both nibbles at once where tones sound together; otherwise
 /// low nibbles in the first step of a byte and high ones in its last, from the same bins.
-void GGWave::voteFrame(const Protocol& protocol, std::span<const std::uint8_t> row, int chunk, int bytes) {
+void GGWave::Parts::voteFrame(const Protocol& protocol, std::span<const std::uint8_t> row, int chunk,
+                              int bytes) {
     const bool isLow = chunk % protocol.extra == 0;
     const bool isHigh = (chunk + 1) % protocol.extra == 0;
     for (int b = 0; b < bytes; ++b) {
@@ -148,12 +149,11 @@ void GGWave::voteFrame(const Protocol& protocol, std::span<const std::uint8_t> r
 }
 
 /// Announces `length` decoded bytes in m_rxData.
-void GGWave::deliver(ggwave_ProtocolId id, int length) {
+void GGWave::Parts::deliver(ggwave_ProtocolId id, int length) {
     if (m_isDSSEnabled) {
         for (int i = 0; i < length; ++i)
             m_rxData[i] = sorvel::detail::spread(m_rxData[i], static_cast<std::size_t>(i));
     }
-    m_hasNewRxData = true;
     m_rxDataLength = length;
     m_rxProtocol = m_rxProtocols[static_cast<std::size_t>(id)];
     m_rxProtocolId = id;

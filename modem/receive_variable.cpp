@@ -1,6 +1,6 @@
 #include "modem/dss.hpp"
-#include "modem/ggwave.h"
 #include "modem/log.hpp"
+#include "modem/parts.hpp"
 #include "modem/rs.hpp"
 
 #include <cmath>
@@ -72,7 +72,7 @@ int framesOf(const GGWave::Protocol& protocol, int bytes) {
 
 // Recording
 
-void GGWave::decode_variable() {
+void GGWave::Parts::decode_variable() {
     const auto frame = m_sampleAmplitude.span().first(static_cast<std::size_t>(m_samplesPerFrame));
     std::copy(frame.begin(), frame.end(), m_spectrumHistory[m_historyRow].begin());
     m_historyRow = (m_historyRow + 1) % m_spectrumHistory.rows();
@@ -88,7 +88,7 @@ void GGWave::decode_variable() {
 
 /// Spectrum of the mean of the last frames: markers stay the same from frame to frame, most else averages
 /// out.
-void GGWave::analyseAverage() {
+void GGWave::Parts::analyseAverage() {
     m_hasNewSpectrum = true;
     for (int i = 0; i < m_samplesPerFrame; ++i) {
         float sum = 0.0F;
@@ -98,7 +98,7 @@ void GGWave::analyseAverage() {
     analyseFrame(m_spectrumAverage.span());
 }
 
-void GGWave::searchMarkers() {
+void GGWave::Parts::searchMarkers() {
     for (const Protocol& protocol : m_rxProtocols) {
         if (!protocol.enabled) continue;
         const Marker marker = markerAt(m_sampleSpectrum.span(), protocol.freqStart, m_soundMarkerThreshold);
@@ -110,13 +110,14 @@ void GGWave::searchMarkers() {
     m_markersSeen = 0;
 }
 
-void GGWave::startRecording(int freqStart) {
+void GGWave::Parts::startRecording(int freqStart) {
     logLine("Receiving sound data ...\n");
     m_rxReceiving = true;
     m_rxData.zero();
     m_markerFreqStart = freqStart;
-    const int chunks = 1 + (kLongestCoded - m_encodedDataOffset) / std::max(1, minBytesPerTx(m_rxProtocols));
-    const int frames = maxFramesPerTx(m_rxProtocols, true) * chunks + 2 * m_nMarkerFrames;
+    const int chunks =
+        1 + (kLongestCoded - m_encodedDataOffset) / std::max(1, sorvel::modem::minBytesPerTx(m_rxProtocols));
+    const int frames = sorvel::modem::maxFramesPerTx(m_rxProtocols, true) * chunks + 2 * m_nMarkerFrames;
     m_framesToRecord = m_framesLeftToRecord = std::min(frames, kMaxRecordedFrames); // rows there are
     m_recordingFrames = m_framesToRecord;
     m_framesRecorded = 0;
@@ -125,7 +126,7 @@ void GGWave::startRecording(int freqStart) {
 }
 
 /// Keeps tones if the longest message of every protocol that may follow fits as such.
-void GGWave::chooseRecording() {
+void GGWave::Parts::chooseRecording() {
     int bytes = 1, frames = 0;
     for (const Protocol& protocol : m_rxProtocols) {
         if (!isAnalysed(protocol)) continue;
@@ -141,7 +142,7 @@ void GGWave::chooseRecording() {
         arePlainTones && frames <= room && m_samplesPerFrame % kAlignmentsPerFrame == 0 ? bytes : 0;
 }
 
-void GGWave::endRecording() {
+void GGWave::Parts::endRecording() {
     ++m_markersSeen;
     if (m_framesToRecord < 2) return;
     m_recordingFrames = m_framesToRecord - m_framesLeftToRecord + 1;
@@ -151,7 +152,7 @@ void GGWave::endRecording() {
     m_framesLeftToRecord = 1;
 }
 
-void GGWave::record(std::span<const float> frame) {
+void GGWave::Parts::record(std::span<const float> frame) {
     const int frameSize =
         m_recordedBytes > 0 ? kAlignmentsPerFrame * kToneSums * m_recordedBytes : m_samplesPerFrame;
     if (m_framesRecorded >= m_recordedAmplitude.size() / frameSize)
@@ -163,7 +164,7 @@ void GGWave::record(std::span<const float> frame) {
 
 /// Continues the running sums of the 32 tones of byte `byte` of a chunk, sixteenth by sixteenth. Tones turn
 /// by a whole number of cycles in a frame, so that every frame starts at phase 0.
-void GGWave::recordTones(std::span<const float> frame, int byte, float* dst) {
+void GGWave::Parts::recordTones(std::span<const float> frame, int byte, float* dst) {
     using Tones = std::array<float, kTonesPerByte>;
     const double turn = 2.0 * std::numbers::pi;
     const std::size_t samples = frame.size() / kAlignmentsPerFrame;
@@ -204,12 +205,12 @@ void GGWave::recordTones(std::span<const float> frame, int byte, float* dst) {
 
 // Analysis
 
-bool GGWave::isAnalysed(const Protocol& protocol) const {
+bool GGWave::Parts::isAnalysed(const Protocol& protocol) const {
     return protocol.enabled && protocol.extra == 1 && protocol.framesPerTx > 0 && protocol.bytesPerTx > 0 &&
            protocol.freqStart == m_markerFreqStart;
 }
 
-void GGWave::analyseRecording() {
+void GGWave::Parts::analyseRecording() {
     logLine("Analyzing captured data ..\n");
     bool isDecoded = false;
     for (ggwave_ProtocolId id = 0; id < GGWAVE_PROTOCOL_COUNT && !isDecoded; ++id) {
@@ -231,7 +232,7 @@ void GGWave::analyseRecording() {
 
 /// Decodes the recording with the first chunk at `alignment` sixteenths of a frame. The length comes first:
 /// most alignments end with it.
-bool GGWave::decodeAt(ggwave_ProtocolId id, int alignment) {
+bool GGWave::Parts::decodeAt(ggwave_ProtocolId id, int alignment) {
     const Protocol& protocol = m_rxProtocols[static_cast<std::size_t>(id)];
     const int bytesPerTx = protocol.bytesPerTx;
     m_dataEncoded.zero();
@@ -259,7 +260,7 @@ bool GGWave::decodeAt(ggwave_ProtocolId id, int alignment) {
 }
 
 /// The announced length; 0 unless it is one that fits the recording, markers at most included.
-int GGWave::decodeLength(const Protocol& protocol) {
+int GGWave::Parts::decodeLength(const Protocol& protocol) {
     RS::ReedSolomon code(1, static_cast<std::uint8_t>(m_encodedDataOffset - 1), m_workRSLength.data());
     if (code.DecodeBlock(m_dataEncoded.data(), m_dataEncoded.data() + 1, m_rxData.data()) != 0) return 0;
     const int length = m_rxData[0];
@@ -269,7 +270,7 @@ int GGWave::decodeLength(const Protocol& protocol) {
 }
 
 /// Reads one chunk of bytes at `position` sixteenths of a frame; what lies behind the recording is silence.
-void GGWave::decodeChunk(const Protocol& protocol, int position, std::uint8_t* dst) {
+void GGWave::Parts::decodeChunk(const Protocol& protocol, int position, std::uint8_t* dst) {
     const int recorded = std::max(position, m_framesRecorded * kAlignmentsPerFrame);
     const int end = std::min(position + protocol.framesPerTx * kAlignmentsPerFrame, recorded);
     const float* const recording = m_recordedAmplitude.data();

@@ -1,41 +1,24 @@
 #include "modem/fft.h"
-#include "modem/ggwave.h"
-#include "modem/log.hpp"
+#include "modem/parts.hpp"
 
 #include <cmath>
 #include <numbers>
 
-using sorvel::detail::logLine;
-
 /// Power spectrum of one frame, in m_sampleSpectrum. Bin 0 mixes the constant and the Nyquist share; the bins
 /// from samplesPerFrame / 2 on stay zero.
-void GGWave::analyseFrame(std::span<const float> frame) {
+void GGWave::Parts::analyseFrame(std::span<const float> frame) {
     std::copy(frame.begin(), frame.end(), m_fftOut.data());
     powerSpectrum();
 }
 
 /// The same for samples that lie in m_fftOut already, which the transform overwrites.
-void GGWave::powerSpectrum() {
+void GGWave::Parts::powerSpectrum() {
     rdft(m_samplesPerFrame, 1, m_fftOut.data(), m_fftWorkI.data(), m_fftWorkF.data());
     const float* const out = m_fftOut.data();
     for (int i = 0; i < m_samplesPerFrame / 2; ++i) {
         // Fused: bins must compare alike on every processor.
         m_sampleSpectrum[i] = std::fma(out[2 * i], out[2 * i], out[2 * i + 1] * out[2 * i + 1]);
     }
-}
-
-bool GGWave::computeFFTR(const float* src, float* dst, int N) {
-    if (N != m_samplesPerFrame) {
-        logLine("computeFFTR: N (%d) must be equal to 'samplesPerFrame' %d\n", N, m_samplesPerFrame);
-        return false;
-    }
-    if (m_fftWorkI.size() == 0) {
-        logLine("Rx is disabled - cannot receive data with this GGWave instance\n");
-        return false;
-    }
-    std::copy_n(src, N, dst);
-    rdft(N, 1, dst, m_fftWorkI.data(), m_fftWorkF.data());
-    return true;
 }
 
 int GGWave::computeFFTR(const float* src, float* dst, int N, int* wi, float* wf) {

@@ -1,6 +1,6 @@
 #include "modem/dss.hpp"
-#include "modem/ggwave.h"
 #include "modem/log.hpp"
+#include "modem/parts.hpp"
 #include "modem/rs.hpp"
 
 #include <cmath>
@@ -39,7 +39,7 @@ struct Envelope {
 } // namespace
 
 /// A transmission is `marker` frames, `data` frames in steps of `step`, and `marker` frames.
-struct GGWave::Frames {
+struct GGWave::Parts::Frames {
     int marker;
     int step;
     std::int64_t data;
@@ -47,7 +47,7 @@ struct GGWave::Frames {
     std::int64_t total() const { return data + 2 * marker; }
 };
 
-GGWave::Frames GGWave::transmissionFrames() const {
+GGWave::Parts::Frames GGWave::Parts::transmissionFrames() const {
     const int bytes = m_encodedDataOffset + m_txDataLength + getECCBytesForLength(m_txDataLength);
     const int chunk = std::max<int>(1, m_txProtocol.bytesPerTx);
     const std::int64_t chunks = (bytes + chunk - 1) / chunk;
@@ -57,25 +57,7 @@ GGWave::Frames GGWave::transmissionFrames() const {
 
 // Queueing
 
-bool GGWave::init(const char* text, ggwave_ProtocolId protocolId, int volume) {
-    const std::size_t length = text == nullptr ? 0 : std::strlen(text);
-    const std::size_t most = std::numeric_limits<int>::max();
-    return init(static_cast<int>(std::min(length, most)), text, protocolId, volume);
-}
-
-bool GGWave::init(int dataSize, const void* data, ggwave_ProtocolId protocolId, int volume) {
-    if (dataSize < 0) {
-        logLine("Negative data size: %d\n", dataSize);
-        return false;
-    }
-    if (m_heap == nullptr) {
-        logLine("Error: this GGWave instance has no working memory - its preparation failed\n");
-        return false;
-    }
-    if (dataSize > 0 && data == nullptr) {
-        logLine("Error: no data given for %d bytes\n", dataSize);
-        return false;
-    }
+bool GGWave::Parts::init(int dataSize, const void* data, ggwave_ProtocolId protocolId, int volume) {
     if (m_isTxEnabled) {
         const int limit = m_isFixedPayloadLength ? m_payloadLength : kMaxLengthVariable;
         if (dataSize > limit) {
@@ -99,7 +81,7 @@ bool GGWave::init(int dataSize, const void* data, ggwave_ProtocolId protocolId, 
     return true;
 }
 
-bool GGWave::queue(std::span<const std::uint8_t> data, ggwave_ProtocolId protocolId, int volume) {
+bool GGWave::Parts::queue(std::span<const std::uint8_t> data, ggwave_ProtocolId protocolId, int volume) {
     if (volume < 0 || volume > 100) {
         logLine("Invalid volume: %d\n", volume);
         return false;
@@ -138,7 +120,7 @@ bool GGWave::queue(std::span<const std::uint8_t> data, ggwave_ProtocolId protoco
 }
 
 /// What makes the queued payload impossible to send, as a line for the log stream; null if nothing does.
-const char* GGWave::obstacleToEncoding() const {
+const char* GGWave::Parts::obstacleToEncoding() const {
     if (m_txProtocol.framesPerTx < 1 || m_txProtocol.bytesPerTx < 1 || m_txProtocol.extra < 1 ||
         m_txProtocol.extra > 2)
         return "Error: the protocol has no frames, no bytes or no tones - define its row before enabling "
@@ -150,7 +132,7 @@ const char* GGWave::obstacleToEncoding() const {
                "payload\n";
     if (m_txOnlyTones) return nullptr;
     if (!(m_sampleRate > 0.0F) || !(m_sampleRateOut > 0.0F) || !std::isfinite(m_sampleRateOut) ||
-        !std::isfinite(bitFreq(m_txProtocol, 16 * m_txProtocol.bytesPerTx)))
+        !std::isfinite(sorvel::modem::bitFreq(m_txProtocol, 16 * m_txProtocol.bytesPerTx, m_hzPerSample)))
         return "Error: operating and playback sample rates must be above 0 Hz and finite to transmit\n";
     if (m_needResampling && !isUsableRatio(m_sampleRate / m_sampleRateOut))
         return "Error: operating and playback sample rates are too far apart to convert\n";
@@ -162,7 +144,7 @@ const char* GGWave::obstacleToEncoding() const {
     return nullptr;
 }
 
-std::uint32_t GGWave::encodeSize_samples() const {
+std::uint32_t GGWave::Parts::encodeSize_samples() const {
     if (!m_txHasData || obstacleToEncoding() != nullptr) return 0;
     int perFrame = m_samplesPerFrame;
     if (m_needResampling && !m_txOnlyTones) {
@@ -173,17 +155,9 @@ std::uint32_t GGWave::encodeSize_samples() const {
     return static_cast<std::uint32_t>(transmissionFrames().total() * perFrame);
 }
 
-std::uint32_t GGWave::encodeSize_bytes() const {
-    return encodeSize_samples() * static_cast<std::uint32_t>(m_sampleSizeOut);
-}
-
 // Encoding
 
-std::uint32_t GGWave::encode() {
-    if (!m_isTxEnabled) {
-        logLine(kTxDisabled);
-        return 0;
-    }
+std::uint32_t GGWave::Parts::encode() {
     if (!m_txHasData) return 0;
     m_txHasData = false;
     m_txLastSamples = 0;
@@ -212,7 +186,7 @@ std::uint32_t GGWave::encode() {
     return static_cast<std::uint32_t>(m_txLastSamples) * static_cast<std::uint32_t>(m_sampleSizeOut);
 }
 
-void GGWave::encodeBytes() {
+void GGWave::Parts::encodeBytes() {
     const auto length = static_cast<std::uint8_t>(m_txDataLength);
     const auto ecc = static_cast<std::uint8_t>(getECCBytesForLength(m_txDataLength));
     m_dataEncoded.zero();
@@ -225,10 +199,10 @@ void GGWave::encodeBytes() {
 }
 
 /// The last chunk may reach past the code word; it is filled up with zero bytes.
-int GGWave::codedByte(int i) const { return i < m_dataEncoded.size() ? m_dataEncoded[i] : 0; }
+int GGWave::Parts::codedByte(int i) const { return i < m_dataEncoded.size() ? m_dataEncoded[i] : 0; }
 
 /// Marks in m_dataBits the tones that sound in data frame `frame` (from 0, within the data).
-void GGWave::setDataBits(const Frames& frames, int frame) {
+void GGWave::Parts::setDataBits(const Frames& frames, int frame) {
     const int bytes = m_txProtocol.bytesPerTx;
     const int step = frame / frames.step;
     m_dataBits.zero();
@@ -249,7 +223,7 @@ void GGWave::setDataBits(const Frames& frames, int frame) {
 /// Of the 16 pairs of a marker, the start marker sounds one tone each and the end marker the other.
 static int markerTone(int bit, bool isStart) { return (2 * bit + bit % 2) ^ (isStart ? 0 : 1); }
 
-bool GGWave::makeTones(const Frames& frames) {
+bool GGWave::Parts::makeTones(const Frames& frames) {
     const bool isSeparated = 2 * m_txProtocol.bytesPerTx / m_txProtocol.extra > 1;
     const auto add = [this](int tone) {
         if (m_nTones == m_tones.size()) return false;
@@ -276,12 +250,12 @@ bool GGWave::makeTones(const Frames& frames) {
 
 /// One frame of every tone the protocol uses. Phases differ from pair to pair, so that chunks of many tones
 /// do not pile up into one peak.
-void GGWave::makeSines() {
+void GGWave::Parts::makeSines() {
     const double ratioPerHz = 1.0 / static_cast<double>(m_hzPerSample);
     const int pairs = 16 * m_txProtocol.bytesPerTx;
     for (int pair = 0; pair < pairs; ++pair) {
         m_phaseOffsets[pair] = std::numbers::pi * pair / (8 * m_txProtocol.bytesPerTx);
-        const auto low = static_cast<double>(bitFreq(m_txProtocol, pair));
+        const auto low = static_cast<double>(sorvel::modem::bitFreq(m_txProtocol, pair, m_hzPerSample));
         const double high = low + static_cast<double>(m_hzPerSample);
         ggvector<float> bit1 = m_bit1Amplitude[pair];
         ggvector<float> bit0 = m_bit0Amplitude[pair];
@@ -294,7 +268,7 @@ void GGWave::makeSines() {
 }
 
 /// Leaves frame `frame` of the transmission in m_outputBlock.
-void GGWave::synthesizeFrame(const Frames& frames, int frame) {
+void GGWave::Parts::synthesizeFrame(const Frames& frames, int frame) {
     const int spf = m_samplesPerFrame;
     const auto data = static_cast<int>(frames.data);
     const int dataFrame = frame - frames.marker;
@@ -322,7 +296,7 @@ void GGWave::synthesizeFrame(const Frames& frames, int frame) {
     for (float& sample : m_outputBlock) sample /= share;
 }
 
-bool GGWave::makeWaveform(const Frames& frames) {
+bool GGWave::Parts::makeWaveform(const Frames& frames) {
     const float factor = m_sampleRate / m_sampleRateOut;
     int total = 0;
     for (int frame = 0; frame < frames.total(); ++frame) {
@@ -344,7 +318,7 @@ bool GGWave::makeWaveform(const Frames& frames) {
 }
 
 /// Converts to 16 bits and to the playback format behind the `total` samples made so far.
-bool GGWave::append(std::span<const float> samples, int& total) {
+bool GGWave::Parts::append(std::span<const float> samples, int& total) {
     if (static_cast<int>(samples.size()) > m_outputBlockI16.size() - total) return false;
     std::uint8_t* const raw = m_outputBlockTmp.data();
     for (const float x : samples) {
@@ -374,7 +348,7 @@ bool GGWave::append(std::span<const float> samples, int& total) {
     return true;
 }
 
-const void* GGWave::txWaveform() const {
+const void* GGWave::Parts::txWaveform() const {
     switch (m_sampleFormatOut) {
     case GGWAVE_SAMPLE_FORMAT_I16:
         return m_outputBlockI16.data();
