@@ -24,10 +24,11 @@ Sample sampleAt(std::span<const std::uint8_t> bytes, std::size_t i) {
 
 /// What makes receiving impossible, as a line for the log stream; null if nothing does.
 const char* GGWave::Parts::obstacleToDecoding() const {
-    if (m_txHasData) return "Cannot decode while transmitting\n";
-    if (m_samplesPerFrame < 2 || (m_samplesPerFrame & (m_samplesPerFrame - 1)) != 0)
+    if (m_transmitter.hasData()) return "Cannot decode while transmitting\n";
+    if (m_settings.samplesPerFrame < 2 ||
+        (m_settings.samplesPerFrame & (m_settings.samplesPerFrame - 1)) != 0)
         return "Error: receiving needs a power of two from 2 on as samples per frame\n";
-    if (!(m_sampleRate > 0.0F) || !std::isfinite(m_sampleRate))
+    if (!(m_settings.sampleRate > 0.0F) || !std::isfinite(m_settings.sampleRate))
         return "Error: the operating sample rate must be above 0 Hz and finite to receive\n";
     return nullptr;
 }
@@ -43,21 +44,23 @@ bool GGWave::Parts::decode(const void* data, unsigned int nBytes) {
         return false;
     }
 
-    const float factor = m_sampleRateInp / m_sampleRate;
-    const auto sampleSize = static_cast<std::size_t>(m_sampleSizeInp);
-    const std::size_t room = m_needResampling ? std::min(m_sampleAmplitudeResampled.span().size(),
-                                                         static_cast<std::size_t>(Resampler::kMaxInput))
-                                              : m_sampleAmplitudeResampled.span().size();
+    const float factor = m_settings.sampleRateInp / m_settings.sampleRate;
+    const auto sampleSize = static_cast<std::size_t>(sorvel::modem::sampleSize(m_settings.sampleFormatInp));
+    const std::size_t room = m_settings.needsResampling
+                                 ? std::min(m_sampleAmplitudeResampled.span().size(),
+                                            static_cast<std::size_t>(Resampler::kMaxInput))
+                                 : m_sampleAmplitudeResampled.span().size();
     std::span<const std::uint8_t> captured(static_cast<const std::uint8_t*>(data), nBytes);
 
     while (!captured.empty()) {
         std::size_t wanted = static_cast<std::size_t>(std::max(0, m_samplesNeeded));
-        if (m_needResampling) {
+        if (m_settings.needsResampling) {
             // Beyond this ratio one frame needs more captured samples than there is room for.
-            if (factor * static_cast<float>(m_samplesPerFrame) + 2 * kSpareSamples >
+            if (factor * static_cast<float>(m_settings.samplesPerFrame) + 2 * kSpareSamples >
                 static_cast<float>(room)) {
                 logLine("Error: cannot convert %g Hz to %g Hz while receiving - use closer sample rates\n",
-                        static_cast<double>(m_sampleRateInp), static_cast<double>(m_sampleRate));
+                        static_cast<double>(m_settings.sampleRateInp),
+                        static_cast<double>(m_settings.sampleRate));
                 return false;
             }
             wanted = static_cast<std::size_t>(
@@ -70,23 +73,23 @@ bool GGWave::Parts::decode(const void* data, unsigned int nBytes) {
 
         if (chunk.size() % sampleSize != 0) {
             logLine("Failure during capture - provided bytes (%d) are not multiple of sample size (%d)\n",
-                    static_cast<int>(chunk.size()), m_sampleSizeInp);
-            m_samplesNeeded = m_samplesPerFrame;
+                    static_cast<int>(chunk.size()), sorvel::modem::sampleSize(m_settings.sampleFormatInp));
+            m_samplesNeeded = m_settings.samplesPerFrame;
             return true;
         }
         const auto samples = static_cast<int>(chunk.size() / sampleSize);
         float* const converted = m_sampleAmplitudeResampled.data();
         convertCaptured(chunk, converted);
 
-        const int offset = m_samplesPerFrame - m_samplesNeeded;
+        const int offset = m_settings.samplesPerFrame - m_samplesNeeded;
         int recorded = 0;
-        if (m_needResampling) {
+        if (m_settings.needsResampling) {
             if (samples <= 2 * Resampler::kWidth) {
-                m_samplesNeeded = m_samplesPerFrame;
+                m_samplesNeeded = m_settings.samplesPerFrame;
                 return true;
             }
-            if (!m_rxReceiving &&
-                static_cast<float>(m_resampler.samplesTotal()) > kStreamSeconds * factor * m_sampleRate) {
+            if (!m_rxReceiving && static_cast<float>(m_resampler.samplesTotal()) >
+                                      kStreamSeconds * factor * m_settings.sampleRate) {
                 m_resampler.reset();
             }
             m_resampler.feed(samples, converted);
@@ -102,19 +105,19 @@ bool GGWave::Parts::decode(const void* data, unsigned int nBytes) {
             recorded = samples;
         }
 
-        if (recorded < m_samplesPerFrame) {
-            m_samplesNeeded = m_samplesPerFrame - recorded;
+        if (recorded < m_settings.samplesPerFrame) {
+            m_samplesNeeded = m_settings.samplesPerFrame - recorded;
             return true;
         }
         m_hasNewAmplitude = true;
-        if (m_isFixedPayloadLength) {
+        if (m_settings.isFixedLength) {
             decode_fixed();
         } else {
             decode_variable();
         }
-        const int surplus = std::min(recorded - m_samplesPerFrame, m_samplesPerFrame - 1);
-        std::copy_n(m_sampleAmplitude.data() + m_samplesPerFrame, surplus, m_sampleAmplitude.data());
-        m_samplesNeeded = m_samplesPerFrame - surplus;
+        const int surplus = std::min(recorded - m_settings.samplesPerFrame, m_settings.samplesPerFrame - 1);
+        std::copy_n(m_sampleAmplitude.data() + m_settings.samplesPerFrame, surplus, m_sampleAmplitude.data());
+        m_samplesNeeded = m_settings.samplesPerFrame - surplus;
     }
     return true;
 }
@@ -122,8 +125,9 @@ bool GGWave::Parts::decode(const void* data, unsigned int nBytes) {
 /// Captured bytes to floats of full scale 1.
 void GGWave::Parts::convertCaptured(std::span<const std::uint8_t> bytes, float* dst) {
     constexpr float kFrom8Bits = 1.0F / 128.0F, kFrom16Bits = 1.0F / 32768.0F;
-    const std::size_t samples = bytes.size() / static_cast<std::size_t>(m_sampleSizeInp);
-    switch (m_sampleFormatInp) {
+    const std::size_t samples =
+        bytes.size() / static_cast<std::size_t>(sorvel::modem::sampleSize(m_settings.sampleFormatInp));
+    switch (m_settings.sampleFormatInp) {
     case GGWAVE_SAMPLE_FORMAT_U8:
         for (std::size_t i = 0; i < samples; ++i) dst[i] = static_cast<float>(bytes[i] - 128) * kFrom8Bits;
         break;

@@ -43,11 +43,18 @@ bool GGWave::init(int dataSize, const void* data, ggwave_ProtocolId protocolId, 
         logLine("Error: no data given for %d bytes\n", dataSize);
         return false;
     }
-    return m_parts->init(dataSize, data, protocolId, volume);
+    if (m_parts->m_settings.canTransmit) {
+        const std::span bytes(static_cast<const std::uint8_t*>(data), static_cast<std::size_t>(dataSize));
+        if (!m_parts->m_transmitter.queue(bytes, m_txProtocols, protocolId, volume)) return false;
+    } else if (dataSize != 0) {
+        logLine(kTxDisabled);
+    }
+    if (m_parts->m_settings.canReceive) m_parts->forget();
+    return true;
 }
 
 std::uint32_t GGWave::encodeSize_samples() const {
-    return m_parts == nullptr ? 0 : m_parts->encodeSize_samples();
+    return m_parts == nullptr ? 0 : m_parts->m_transmitter.size_samples();
 }
 
 std::uint32_t GGWave::encodeSize_bytes() const {
@@ -59,23 +66,21 @@ std::uint32_t GGWave::encode() {
         logLine(kTxDisabled);
         return 0;
     }
-    return m_parts == nullptr ? 0 : m_parts->encode();
+    return m_parts == nullptr ? 0 : m_parts->m_transmitter.encode();
 }
 
-const void* GGWave::txWaveform() const { return m_parts == nullptr ? nullptr : m_parts->txWaveform(); }
+const void* GGWave::txWaveform() const {
+    return m_parts == nullptr ? nullptr : m_parts->m_transmitter.waveform();
+}
 
 ggvector<std::uint8_t> GGWave::txTones() const {
-    if (m_parts == nullptr) return {};
-    return {m_parts->m_tones.data(), m_parts->m_nTones};
+    return m_parts == nullptr ? ggvector<std::uint8_t>{} : m_parts->m_transmitter.tones();
 }
 
-bool GGWave::txHasData() const { return m_parts != nullptr && m_parts->m_txHasData; }
+bool GGWave::txHasData() const { return m_parts != nullptr && m_parts->m_transmitter.hasData(); }
 
 bool GGWave::txTakeAmplitudeI16(ggvector<short>& dst) {
-    if (m_parts == nullptr || m_parts->m_txLastSamples == 0) return false;
-    dst = {m_parts->m_outputBlockI16.data(), m_parts->m_txLastSamples};
-    m_parts->m_txLastSamples = 0;
-    return true;
+    return m_parts != nullptr && m_parts->m_transmitter.takeAmplitudeI16(dst);
 }
 
 // Receiving

@@ -4,36 +4,24 @@
 #include "modem/ggwave.h"
 #include "modem/protocols.hpp"
 #include "modem/resampler.hpp"
+#include "modem/transmitter.hpp"
 
 struct GGWave::Parts {
     Parts(const GGWave& owner);
 
     bool alloc(void* p, int& n);
-    bool init(int dataSize, const void* data, ggwave_ProtocolId protocolId, int volume);
-    std::uint32_t encodeSize_samples() const;
-    std::uint32_t encode();
-    const void* txWaveform() const;
+    void forget();
     bool decode(const void* data, unsigned int nBytes);
 
     const Protocols& m_rxProtocols; // the instance's own tables
     const Protocols& m_txProtocols;
 
-    struct Frames; // how many frames of what a transmission has
+    sorvel::modem::Settings m_settings;
+    Resampler m_resampler;
+    sorvel::modem::Coding m_coding;
+    sorvel::modem::Transmitter m_transmitter;
 
-    bool allocReceiver(void* p, std::int64_t& n, int length, int totalLength);
-    void allocTransmitter(void* p, std::int64_t& n, int length, int totalLength);
-
-    bool queue(std::span<const std::uint8_t> data, ggwave_ProtocolId protocolId, int volume);
-    Frames transmissionFrames() const;
-    const char* obstacleToEncoding() const;
-    void encodeBytes();
-    int codedByte(int i) const;
-    void setDataBits(const Frames& frames, int frame);
-    bool makeTones(const Frames& frames);
-    void makeSines();
-    void synthesizeFrame(const Frames& frames, int frame);
-    bool makeWaveform(const Frames& frames);
-    bool append(std::span<const float> samples, int& total);
+    bool placeReceiver(sorvel::modem::Layout& layout);
 
     const char* obstacleToDecoding() const;
     void convertCaptured(std::span<const std::uint8_t> bytes, float* dst);
@@ -57,24 +45,6 @@ struct GGWave::Parts {
     bool detectTones(const Protocol& protocol);
     void voteFrame(const Protocol& protocol, std::span<const std::uint8_t> row, int chunk, int bytes);
     void deliver(ggwave_ProtocolId id, int length);
-
-    // Set by preparation
-    float m_sampleRateInp = -1.0F, m_sampleRateOut = -1.0F, m_sampleRate = -1.0F;
-    int m_samplesPerFrame = -1;
-    float m_isamplesPerFrame = -1.0F;
-    int m_sampleSizeInp = -1, m_sampleSizeOut = -1;
-    ggwave_SampleFormat m_sampleFormatInp = GGWAVE_SAMPLE_FORMAT_UNDEFINED;
-    ggwave_SampleFormat m_sampleFormatOut = GGWAVE_SAMPLE_FORMAT_UNDEFINED;
-    float m_hzPerSample = -1.0F;
-    int m_nBitsInMarker = -1, m_nMarkerFrames = -1, m_encodedDataOffset = -1;
-    float m_soundMarkerThreshold = -1.0F;
-    bool m_isFixedPayloadLength = false;
-    int m_payloadLength = -1;
-    bool m_isRxEnabled = false, m_isTxEnabled = false, m_txOnlyTones = false, m_isDSSEnabled = false;
-    bool m_needResampling = false;
-
-    // Used by both directions
-    ggvector<std::uint8_t> m_dataEncoded, m_workRSLength, m_workRSData;
 
     // Receiver
     bool m_rxReceiving = false, m_rxAnalyzing = false;
@@ -103,21 +73,4 @@ struct GGWave::Parts {
     int m_historyRowFixed = 0; // of m_spectrumHistoryFixed, written next
     ggmatrix<std::uint8_t> m_spectrumHistoryFixed;
     ggvector<std::uint8_t> m_detectedBins, m_detectedTones;
-
-    // Transmitter
-    bool m_txHasData = false;
-    float m_sendVolume = 0.1F;
-    int m_txDataLength = 0, m_txLastSamples = 0;
-    ggvector<std::uint8_t> m_dataBits;
-    ggvector<double> m_phaseOffsets;
-    ggmatrix<float> m_bit1Amplitude, m_bit0Amplitude;
-    ggvector<std::uint8_t> m_txData;
-    Protocol m_txProtocol;
-    ggvector<float> m_outputBlock, m_outputBlockResampled;
-    ggvector<std::uint8_t> m_outputBlockTmp;
-    ggvector<short> m_outputBlockI16;
-    int m_nTones = 0;
-    ggvector<std::uint8_t> m_tones;
-
-    Resampler m_resampler;
 };

@@ -10,42 +10,6 @@ using sorvel::detail::logLine;
 
 namespace {
 
-/// Bytes of one sample; 0 for what is no format.
-int sampleSize(ggwave_SampleFormat format) {
-    switch (format) {
-    case GGWAVE_SAMPLE_FORMAT_U8:
-    case GGWAVE_SAMPLE_FORMAT_I8:
-        return 1;
-    case GGWAVE_SAMPLE_FORMAT_U16:
-    case GGWAVE_SAMPLE_FORMAT_I16:
-        return 2;
-    case GGWAVE_SAMPLE_FORMAT_F32:
-        return 4;
-    default:
-        return 0;
-    }
-}
-
-void* placed(void* p, std::int64_t n) { return p == nullptr ? nullptr : static_cast<std::byte*>(p) + n; }
-
-std::int64_t roundedUpTo8(std::int64_t bytes) { return (bytes + 7) / 8 * 8; }
-
-/// Measures one array, and points its view into the block if there is one. An array beyond an int leaves the
-/// sum beyond an int too, which is what refuses the layout.
-template <class T>
-void place(ggvector<T>& view, void* p, std::int64_t& n, std::int64_t count) {
-    if (p != nullptr) view = {static_cast<T*>(placed(p, n)), static_cast<int>(count)};
-    n += roundedUpTo8(count * static_cast<std::int64_t>(sizeof(T)));
-}
-
-template <class T>
-void place(ggmatrix<T>& view, void* p, std::int64_t& n, std::int64_t rows, std::int64_t cols) {
-    if (p != nullptr) view = {static_cast<T*>(placed(p, n)), static_cast<int>(rows), static_cast<int>(cols)};
-    n += roundedUpTo8(rows * cols * static_cast<std::int64_t>(sizeof(T)));
-}
-
-std::int64_t codecWorkSize(int length, int eccLength) { return 3 * length + 29 * eccLength + 1; }
-
 constexpr ggwave_Parameters kDefaultParameters{
     .payloadLength = -1,
     .sampleRateInp = 48000.0F,
@@ -65,7 +29,39 @@ constexpr std::size_t kPartsSize =
 
 } // namespace
 
-int getECCBytesForLength(int length) { return length < 4 ? 2 : std::max(4, 2 * (length / 5)); }
+namespace sorvel::modem {
+
+int sampleSize(ggwave_SampleFormat format) {
+    switch (format) {
+    case GGWAVE_SAMPLE_FORMAT_U8:
+    case GGWAVE_SAMPLE_FORMAT_I8:
+        return 1;
+    case GGWAVE_SAMPLE_FORMAT_U16:
+    case GGWAVE_SAMPLE_FORMAT_I16:
+        return 2;
+    case GGWAVE_SAMPLE_FORMAT_F32:
+        return 4;
+    default:
+        return 0;
+    }
+}
+
+Settings::Settings(const ggwave_Parameters& parameters)
+    : sampleRateInp(parameters.sampleRateInp), sampleRateOut(parameters.sampleRateOut),
+      sampleRate(parameters.sampleRate), samplesPerFrame(parameters.samplesPerFrame),
+      hzPerBin(parameters.sampleRate / static_cast<float>(parameters.samplesPerFrame)),
+      sampleFormatInp(parameters.sampleFormatInp), sampleFormatOut(parameters.sampleFormatOut),
+      soundMarkerThreshold(parameters.soundMarkerThreshold), isFixedLength(parameters.payloadLength > 0),
+      payloadLength(isFixedLength ? parameters.payloadLength : GGWave::kMaxLengthVariable),
+      lengthBytes(isFixedLength ? 0 : GGWave::kDefaultEncodedDataOffset),
+      markerFrames(isFixedLength ? 0 : GGWave::kDefaultMarkerFrames),
+      canReceive((parameters.operatingMode & GGWAVE_OPERATING_MODE_RX) != 0),
+      canTransmit((parameters.operatingMode & GGWAVE_OPERATING_MODE_TX) != 0),
+      makesOnlyTones((parameters.operatingMode & GGWAVE_OPERATING_MODE_TX_ONLY_TONES) != 0),
+      isSpread((parameters.operatingMode & GGWAVE_OPERATING_MODE_USE_DSS) != 0),
+      needsResampling(sampleRateInp != sampleRate || sampleRateOut != sampleRate) {}
+
+} // namespace sorvel::modem
 
 const ggwave_Parameters& GGWave::getDefaultParameters() { return kDefaultParameters; }
 
@@ -83,8 +79,8 @@ bool GGWave::prepare(const ggwave_Parameters& parameters, bool allocate) {
     dropBlock();
 
     m_parameters = parameters;
-    m_sampleSizeInp = sampleSize(parameters.sampleFormatInp);
-    m_sampleSizeOut = sampleSize(parameters.sampleFormatOut);
+    m_sampleSizeInp = sorvel::modem::sampleSize(parameters.sampleFormatInp);
+    m_sampleSizeOut = sorvel::modem::sampleSize(parameters.sampleFormatOut);
     m_hzPerSample = parameters.sampleRate / static_cast<float>(parameters.samplesPerFrame);
     const auto has = [&parameters](int flag) { return (parameters.operatingMode & flag) != 0; };
     m_rxProtocols = has(GGWAVE_OPERATING_MODE_RX) ? Protocols::rx() : Protocols{};
@@ -143,102 +139,70 @@ bool GGWave::alloc(void* p, int& n) {
 }
 
 GGWave::Parts::Parts(const GGWave& owner)
-    : m_rxProtocols(owner.m_rxProtocols), m_txProtocols(owner.m_txProtocols) {
-    const ggwave_Parameters& parameters = owner.m_parameters;
-    m_sampleRateInp = parameters.sampleRateInp;
-    m_sampleRateOut = parameters.sampleRateOut;
-    m_sampleRate = parameters.sampleRate;
-    m_samplesPerFrame = parameters.samplesPerFrame;
-    m_isamplesPerFrame = 1.0F / static_cast<float>(m_samplesPerFrame);
-    m_sampleSizeInp = owner.m_sampleSizeInp;
-    m_sampleSizeOut = owner.m_sampleSizeOut;
-    m_sampleFormatInp = parameters.sampleFormatInp;
-    m_sampleFormatOut = parameters.sampleFormatOut;
-    m_hzPerSample = owner.m_hzPerSample;
-    m_isFixedPayloadLength = parameters.payloadLength > 0;
-    m_payloadLength = parameters.payloadLength;
-    m_nBitsInMarker = kBitsInMarker;
-    m_nMarkerFrames = m_isFixedPayloadLength ? 0 : kDefaultMarkerFrames;
-    m_encodedDataOffset = m_isFixedPayloadLength ? 0 : kDefaultEncodedDataOffset;
-    m_soundMarkerThreshold = parameters.soundMarkerThreshold;
-    m_isRxEnabled = (parameters.operatingMode & GGWAVE_OPERATING_MODE_RX) != 0;
-    m_isTxEnabled = (parameters.operatingMode & GGWAVE_OPERATING_MODE_TX) != 0;
-    m_txOnlyTones = (parameters.operatingMode & GGWAVE_OPERATING_MODE_TX_ONLY_TONES) != 0;
-    m_isDSSEnabled = (parameters.operatingMode & GGWAVE_OPERATING_MODE_USE_DSS) != 0;
-    m_needResampling = m_sampleRateInp != m_sampleRate || m_sampleRateOut != m_sampleRate;
-    m_samplesNeeded = m_samplesPerFrame;
-    m_minFreqStart = sorvel::modem::minFreqStart(m_rxProtocols, m_samplesPerFrame);
+    : m_rxProtocols(owner.m_rxProtocols), m_txProtocols(owner.m_txProtocols), m_settings(owner.m_parameters),
+      m_coding(m_settings), m_transmitter(m_settings, m_coding, m_resampler) {
+    m_samplesNeeded = m_settings.samplesPerFrame;
+    m_minFreqStart = sorvel::modem::minFreqStart(m_rxProtocols, m_settings.samplesPerFrame);
 }
 
 bool GGWave::Parts::alloc(void* p, int& n) {
-    const int length = m_isFixedPayloadLength ? m_payloadLength : kMaxLengthVariable;
-    const int ecc = getECCBytesForLength(length);
-    if (const std::int64_t total = std::int64_t{length} + ecc; total > kMaxDataSize) {
+    if (const std::int64_t total =
+            std::int64_t{m_settings.payloadLength} + sorvel::modem::eccBytes(m_settings.payloadLength);
+        total > kMaxDataSize) {
         logLine("Error: total length %lld (payload %d + ECC %d bytes) is too large ( > %d)\n",
-                static_cast<long long>(total), length, ecc, kMaxDataSize);
+                static_cast<long long>(total), m_settings.payloadLength,
+                sorvel::modem::eccBytes(m_settings.payloadLength), kMaxDataSize);
         return false;
     }
-    const int totalLength = length + ecc;
 
-    std::int64_t size = n;
-    place(m_dataEncoded, p, size, m_encodedDataOffset + totalLength);
-    if (m_isRxEnabled && !allocReceiver(p, size, length, totalLength)) return false;
-    if (m_isTxEnabled) allocTransmitter(p, size, length, totalLength);
-    if (!m_isFixedPayloadLength) place(m_workRSLength, p, size, codecWorkSize(1, m_encodedDataOffset - 1));
-    place(m_workRSData, p, size, codecWorkSize(length, ecc));
-    if (size > INT_MAX - 65536) return false; // the resampler adds less
-    n = static_cast<int>(size);
-    return !m_needResampling || m_resampler.alloc(p, n);
+    sorvel::modem::Layout layout(p, n);
+    m_coding.placeWord(layout);
+    if (m_settings.canReceive && !placeReceiver(layout)) return false;
+    if (m_settings.canTransmit) m_transmitter.place(layout, m_txProtocols);
+    m_coding.placeWork(layout);
+    if (layout.bytes() > INT_MAX - 65536) return false; // the resampler adds less
+    n = static_cast<int>(layout.bytes());
+    return !m_settings.needsResampling || m_resampler.alloc(p, n);
 }
 
-bool GGWave::Parts::allocReceiver(void* p, std::int64_t& n, int length, int totalLength) {
-    if (m_isFixedPayloadLength && length > kMaxLengthFixed) {
-        logLine("Invalid payload length: %d, max: %d\n", length, kMaxLengthFixed);
+bool GGWave::Parts::placeReceiver(sorvel::modem::Layout& layout) {
+    if (m_settings.isFixedLength && m_settings.payloadLength > kMaxLengthFixed) {
+        logLine("Invalid payload length: %d, max: %d\n", m_settings.payloadLength, kMaxLengthFixed);
         return false;
     }
-    const std::int64_t spf = m_samplesPerFrame;
-    const std::int64_t captured = m_needResampling ? kResampleFactorMax * spf : spf;
-    const Protocols& rx = Protocols::rx();
+    const std::int64_t spf = m_settings.samplesPerFrame;
+    const std::int64_t captured = m_settings.needsResampling ? kResampleFactorMax * spf : spf;
+    const Protocols& rx = m_rxProtocols;
 
-    place(m_fftOut, p, n, 2 * spf);
+    layout.place(m_fftOut, 2 * spf);
     const std::int64_t pairs = spf / 2;
-    place(m_fftWorkI, p, n, static_cast<int>(std::sqrt(static_cast<double>(pairs)) + 3.0));
-    place(m_fftWorkF, p, n, pairs);
-    place(m_sampleSpectrum, p, n, spf);
-    place(m_sampleAmplitude, p, n, spf + (m_needResampling ? kResampleMargin : 0));
-    place(m_sampleAmplitudeResampled, p, n, captured);
-    place(m_sampleAmplitudeTmp, p, n, m_sampleSizeInp * captured);
-    place(m_rxData, p, n, length + 1);
-    if (m_isFixedPayloadLength) {
+    layout.place(m_fftWorkI, static_cast<int>(std::sqrt(static_cast<double>(pairs)) + 3.0));
+    layout.place(m_fftWorkF, pairs);
+    layout.place(m_sampleSpectrum, spf);
+    layout.place(m_sampleAmplitude, spf + (m_settings.needsResampling ? kResampleMargin : 0));
+    layout.place(m_sampleAmplitudeResampled, captured);
+    layout.place(m_sampleAmplitudeTmp, sorvel::modem::sampleSize(m_settings.sampleFormatInp) * captured);
+    layout.place(m_rxData, m_settings.payloadLength + 1);
+    if (m_settings.isFixedLength) {
         // One chunk carries at least one byte, so no transmission has more chunks than coded bytes.
-        place(m_spectrumHistoryFixed, p, n,
-              std::int64_t{sorvel::modem::maxFramesPerTx(rx, false)} * totalLength, spf);
-        place(m_detectedBins, p, n, 2 * totalLength);
-        place(m_detectedTones, p, n, 32 * sorvel::modem::maxBytesPerTx(rx));
+        layout.place(m_spectrumHistoryFixed,
+                     std::int64_t{sorvel::modem::maxFramesPerTx(rx, false)} * m_settings.codedBytes(), spf);
+        layout.place(m_detectedBins, 2 * m_settings.codedBytes());
+        layout.place(m_detectedTones, 32 * sorvel::modem::maxBytesPerTx(rx));
     } else {
-        place(m_recordedAmplitude, p, n, kMaxRecordedFrames * spf);
-        place(m_spectrumAverage, p, n, spf);
-        place(m_spectrumHistory, p, n, kMaxSpectrumHistory, spf);
+        layout.place(m_recordedAmplitude, kMaxRecordedFrames * spf);
+        layout.place(m_spectrumAverage, spf);
+        layout.place(m_spectrumHistory, kMaxSpectrumHistory, spf);
     }
     return true;
 }
 
-void GGWave::Parts::allocTransmitter(void* p, std::int64_t& n, int length, int totalLength) {
-    const std::int64_t spf = m_samplesPerFrame;
-    const Protocols& tx = Protocols::tx();
-    const int tones = 32 * sorvel::modem::maxBytesPerTx(tx);
-
-    if (!m_txOnlyTones) {
-        place(m_phaseOffsets, p, n, tones);
-        place(m_bit0Amplitude, p, n, tones, spf);
-        place(m_bit1Amplitude, p, n, tones, spf);
-        place(m_outputBlock, p, n, spf);
-        place(m_outputBlockResampled, p, n, 2 * spf);
-        place(m_outputBlockTmp, p, n, kMaxRecordedFrames * spf * m_sampleSizeOut);
-        place(m_outputBlockI16, p, n, kMaxRecordedFrames * spf);
-    }
-    const int tonesPerTx = m_isFixedPayloadLength ? sorvel::modem::maxTonesPerTx(tx) : kBitsInMarker;
-    place(m_txData, p, n, length + 1);
-    place(m_dataBits, p, n, tones);
-    place(m_tones, p, n, tonesPerTx * totalLength + (tonesPerTx > 1 ? totalLength : 0));
+void GGWave::Parts::forget() {
+    m_rxReceiving = m_rxAnalyzing = false;
+    m_framesToAnalyze = m_framesLeftToAnalyze = m_framesToRecord = m_framesLeftToRecord = 0;
+    m_sampleSpectrum.zero();
+    m_sampleAmplitude.zero();
+    m_spectrumHistory.zero();
+    m_rxData.zero();
+    m_spectrumHistoryFixed.zero();
 }

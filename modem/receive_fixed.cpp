@@ -1,6 +1,5 @@
 #include "modem/dss.hpp"
 #include "modem/parts.hpp"
-#include "modem/rs.hpp"
 
 #include <cmath>
 
@@ -54,7 +53,7 @@ Span spanOf(const GGWave::Protocol& protocol, int payloadLength) {
 
 void GGWave::Parts::decode_fixed() {
     m_hasNewSpectrum = true;
-    const int spf = m_samplesPerFrame;
+    const int spf = m_settings.samplesPerFrame;
     analyseFrame(m_sampleAmplitude.span().first(static_cast<std::size_t>(spf)));
 
     float loudest = 0.0F;
@@ -72,16 +71,12 @@ void GGWave::Parts::decode_fixed() {
         const Protocol& protocol = m_rxProtocols[static_cast<std::size_t>(id)];
         if (!fitsReceiver(protocol) || !detectTones(protocol)) continue;
 
-        const Span span = spanOf(protocol, m_payloadLength);
+        const Span span = spanOf(protocol, m_settings.payloadLength);
         for (int j = 0; j < span.bytes; ++j)
-            m_dataEncoded[j] =
+            m_coding.word()[static_cast<std::size_t>(j)] =
                 static_cast<std::uint8_t>(m_detectedBins[2 * j] | m_detectedBins[2 * j + 1] << 4);
-        RS::ReedSolomon code(static_cast<std::uint8_t>(m_payloadLength),
-                             static_cast<std::uint8_t>(span.bytes - m_payloadLength), m_workRSData.data());
-        if (code.DecodeBlock(m_dataEncoded.data(), m_dataEncoded.data() + m_payloadLength, m_rxData.data()) !=
-            0)
-            continue;
-        deliver(id, m_payloadLength);
+        if (!m_coding.decodePayload(m_settings.payloadLength, m_rxData.span())) continue;
+        deliver(id, m_settings.payloadLength);
         return;
     }
 }
@@ -89,18 +84,19 @@ void GGWave::Parts::decode_fixed() {
 /// Whether a row is one to search for, and within what the working block was laid out for: rows can be
 /// changed in the instance's table after its preparation.
 bool GGWave::Parts::fitsReceiver(const Protocol& protocol) const {
-    if (!protocol.enabled || protocol.freqStart > m_samplesPerFrame || protocol.freqStart < 0) return false;
+    if (!protocol.enabled || protocol.freqStart > m_settings.samplesPerFrame || protocol.freqStart < 0)
+        return false;
     if (protocol.framesPerTx < 1 || protocol.bytesPerTx < 1 || protocol.extra < 1 || protocol.extra > 2)
         return false;
     return 32 * protocol.bytesPerTx <= m_detectedTones.size() &&
-           spanOf(protocol, m_payloadLength).frames <= m_spectrumHistoryFixed.rows();
+           spanOf(protocol, m_settings.payloadLength).frames <= m_spectrumHistoryFixed.rows();
 }
 
 /// Fills m_detectedBins with the nibbles, low before high, of a transmission that ends at the newest frame.
 ///
 /// @return whether enough of them are clear
 bool GGWave::Parts::detectTones(const Protocol& protocol) {
-    const Span span = spanOf(protocol, m_payloadLength);
+    const Span span = spanOf(protocol, m_settings.payloadLength);
     const int rows = m_spectrumHistoryFixed.rows();
     const int majority = protocol.framesPerTx / 2;
     int row = m_historyRowFixed - span.frames;
@@ -150,7 +146,7 @@ void GGWave::Parts::voteFrame(const Protocol& protocol, std::span<const std::uin
 
 /// Announces `length` decoded bytes in m_rxData.
 void GGWave::Parts::deliver(ggwave_ProtocolId id, int length) {
-    if (m_isDSSEnabled) {
+    if (m_settings.isSpread) {
         for (int i = 0; i < length; ++i)
             m_rxData[i] = sorvel::detail::spread(m_rxData[i], static_cast<std::size_t>(i));
     }

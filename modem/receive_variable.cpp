@@ -1,7 +1,6 @@
 #include "modem/dss.hpp"
 #include "modem/log.hpp"
 #include "modem/parts.hpp"
-#include "modem/rs.hpp"
 
 #include <cmath>
 #include <numbers>
@@ -27,8 +26,8 @@ constexpr int kAlignmentsPerFrame = 16;
 constexpr int kTonesPerNibble = 16;
 constexpr int kTonesPerByte = 2 * kTonesPerNibble;
 constexpr int kToneSums = 2 * kTonesPerByte; // real parts, then imaginary parts
-constexpr int kLongestCoded =
-    GGWave::kDefaultEncodedDataOffset + GGWave::kMaxLengthVariable + 56; // bytes, ECC included
+constexpr int kLongestCoded = GGWave::kDefaultEncodedDataOffset + GGWave::kMaxLengthVariable +
+                              sorvel::modem::eccBytes(GGWave::kMaxLengthVariable); // bytes
 
 enum class Marker { None, Start, End };
 
@@ -73,7 +72,7 @@ int framesOf(const GGWave::Protocol& protocol, int bytes) {
 // Recording
 
 void GGWave::Parts::decode_variable() {
-    const auto frame = m_sampleAmplitude.span().first(static_cast<std::size_t>(m_samplesPerFrame));
+    const auto frame = m_sampleAmplitude.span().first(static_cast<std::size_t>(m_settings.samplesPerFrame));
     std::copy(frame.begin(), frame.end(), m_spectrumHistory[m_historyRow].begin());
     m_historyRow = (m_historyRow + 1) % m_spectrumHistory.rows();
 
@@ -90,7 +89,7 @@ void GGWave::Parts::decode_variable() {
 /// out.
 void GGWave::Parts::analyseAverage() {
     m_hasNewSpectrum = true;
-    for (int i = 0; i < m_samplesPerFrame; ++i) {
+    for (int i = 0; i < m_settings.samplesPerFrame; ++i) {
         float sum = 0.0F;
         for (int row = 0; row < m_spectrumHistory.rows(); ++row) sum += m_spectrumHistory[row][i];
         m_spectrumAverage[i] = 0.25F * sum;
@@ -101,7 +100,8 @@ void GGWave::Parts::analyseAverage() {
 void GGWave::Parts::searchMarkers() {
     for (const Protocol& protocol : m_rxProtocols) {
         if (!protocol.enabled) continue;
-        const Marker marker = markerAt(m_sampleSpectrum.span(), protocol.freqStart, m_soundMarkerThreshold);
+        const Marker marker =
+            markerAt(m_sampleSpectrum.span(), protocol.freqStart, m_settings.soundMarkerThreshold);
         if (marker == Marker::None) continue;
         if (marker == Marker::Start && !m_rxReceiving) startRecording(protocol.freqStart);
         if (marker == Marker::End && m_rxReceiving) endRecording();
@@ -115,9 +115,10 @@ void GGWave::Parts::startRecording(int freqStart) {
     m_rxReceiving = true;
     m_rxData.zero();
     m_markerFreqStart = freqStart;
-    const int chunks =
-        1 + (kLongestCoded - m_encodedDataOffset) / std::max(1, sorvel::modem::minBytesPerTx(m_rxProtocols));
-    const int frames = sorvel::modem::maxFramesPerTx(m_rxProtocols, true) * chunks + 2 * m_nMarkerFrames;
+    const int chunks = 1 + (kLongestCoded - m_settings.lengthBytes) /
+                               std::max(1, sorvel::modem::minBytesPerTx(m_rxProtocols));
+    const int frames =
+        sorvel::modem::maxFramesPerTx(m_rxProtocols, true) * chunks + 2 * m_settings.markerFrames;
     m_framesToRecord = m_framesLeftToRecord = std::min(frames, kMaxRecordedFrames); // rows there are
     m_recordingFrames = m_framesToRecord;
     m_framesRecorded = 0;
@@ -131,15 +132,15 @@ void GGWave::Parts::chooseRecording() {
     for (const Protocol& protocol : m_rxProtocols) {
         if (!isAnalysed(protocol)) continue;
         bytes = std::max<int>(bytes, protocol.bytesPerTx);
-        frames = std::max(frames, framesOf(protocol, kLongestCoded) + 2 * m_nMarkerFrames);
+        frames = std::max(frames, framesOf(protocol, kLongestCoded) + 2 * m_settings.markerFrames);
     }
     const int room = m_recordedAmplitude.size() / (kAlignmentsPerFrame * kToneSums * bytes);
     // The lowest and the upper half of the bins are not plain tones in the spectrum that this must agree
     // with.
     const bool arePlainTones =
-        m_markerFreqStart > 0 && m_markerFreqStart + kTonesPerByte * bytes <= m_samplesPerFrame / 2;
+        m_markerFreqStart > 0 && m_markerFreqStart + kTonesPerByte * bytes <= m_settings.samplesPerFrame / 2;
     m_recordedBytes =
-        arePlainTones && frames <= room && m_samplesPerFrame % kAlignmentsPerFrame == 0 ? bytes : 0;
+        arePlainTones && frames <= room && m_settings.samplesPerFrame % kAlignmentsPerFrame == 0 ? bytes : 0;
 }
 
 void GGWave::Parts::endRecording() {
@@ -154,7 +155,7 @@ void GGWave::Parts::endRecording() {
 
 void GGWave::Parts::record(std::span<const float> frame) {
     const int frameSize =
-        m_recordedBytes > 0 ? kAlignmentsPerFrame * kToneSums * m_recordedBytes : m_samplesPerFrame;
+        m_recordedBytes > 0 ? kAlignmentsPerFrame * kToneSums * m_recordedBytes : m_settings.samplesPerFrame;
     if (m_framesRecorded >= m_recordedAmplitude.size() / frameSize)
         return; // longer than any message it could be
     float* const dst = m_recordedAmplitude.data() + std::ptrdiff_t{m_framesRecorded++} * frameSize;
@@ -216,7 +217,7 @@ void GGWave::Parts::analyseRecording() {
     for (ggwave_ProtocolId id = 0; id < GGWAVE_PROTOCOL_COUNT && !isDecoded; ++id) {
         if (!isAnalysed(m_rxProtocols[static_cast<std::size_t>(id)])) continue;
         m_sampleSpectrum.zero();
-        m_framesToAnalyze = m_framesLeftToAnalyze = m_nMarkerFrames * kAlignmentsPerFrame;
+        m_framesToAnalyze = m_framesLeftToAnalyze = m_settings.markerFrames * kAlignmentsPerFrame;
         for (int alignment = m_framesToAnalyze - 1; alignment >= 0 && !isDecoded;
              --alignment, --m_framesLeftToAnalyze) {
             if (alignment + 1 > kAlignmentsPerFrame * m_recordingFrames) continue;
@@ -235,38 +236,35 @@ void GGWave::Parts::analyseRecording() {
 bool GGWave::Parts::decodeAt(ggwave_ProtocolId id, int alignment) {
     const Protocol& protocol = m_rxProtocols[static_cast<std::size_t>(id)];
     const int bytesPerTx = protocol.bytesPerTx;
-    m_dataEncoded.zero();
+    const std::span<std::uint8_t> word = m_coding.word();
+    std::fill(word.begin(), word.end(), std::uint8_t{0});
 
     int length = 0, bytes = 0; // bytes: coded bytes expected, once the length is known
-    for (int chunk = 0; chunk < 1024 && (chunk + 1) * bytesPerTx < m_dataEncoded.size(); ++chunk) {
+    for (int chunk = 0; chunk < 1024 && (chunk + 1) * bytesPerTx < static_cast<int>(word.size()); ++chunk) {
         const int position = alignment + chunk * protocol.framesPerTx * kAlignmentsPerFrame;
         if (position >= m_recordingFrames * kAlignmentsPerFrame) break;
         if (length > 0 && chunk * bytesPerTx > bytes + 1) break;
-        decodeChunk(protocol, position, m_dataEncoded.data() + chunk * bytesPerTx);
+        decodeChunk(protocol, position, word.data() + chunk * bytesPerTx);
 
-        if (length == 0 && (chunk + 1) * bytesPerTx >= m_encodedDataOffset) {
+        if (length == 0 && (chunk + 1) * bytesPerTx >= m_settings.lengthBytes) {
             length = decodeLength(protocol);
             if (length == 0) return false;
-            bytes = m_encodedDataOffset + length + getECCBytesForLength(length);
+            bytes = m_settings.lengthBytes + length + getECCBytesForLength(length);
         }
     }
     if (length == 0) return false;
-    RS::ReedSolomon code(static_cast<std::uint8_t>(length),
-                         static_cast<std::uint8_t>(getECCBytesForLength(length)), m_workRSData.data());
-    const std::uint8_t* const word = m_dataEncoded.data() + m_encodedDataOffset;
-    if (code.DecodeBlock(word, word + length, m_rxData.data()) != 0) return false;
+    if (!m_coding.decodePayload(length, m_rxData.span())) return false;
     deliver(id, length);
     return true;
 }
 
 /// The announced length; 0 unless it is one that fits the recording, markers at most included.
 int GGWave::Parts::decodeLength(const Protocol& protocol) {
-    RS::ReedSolomon code(1, static_cast<std::uint8_t>(m_encodedDataOffset - 1), m_workRSLength.data());
-    if (code.DecodeBlock(m_dataEncoded.data(), m_dataEncoded.data() + 1, m_rxData.data()) != 0) return 0;
-    const int length = m_rxData[0];
+    const int length = m_coding.decodeLength(m_rxData.span());
     if (length < 1 || length > kMaxLengthVariable) return 0;
-    const int frames = framesOf(protocol, m_encodedDataOffset + length + getECCBytesForLength(length));
-    return m_recordingFrames >= frames && m_recordingFrames <= frames + 2 * m_nMarkerFrames ? length : 0;
+    const int frames = framesOf(protocol, m_settings.lengthBytes + length + getECCBytesForLength(length));
+    return m_recordingFrames >= frames && m_recordingFrames <= frames + 2 * m_settings.markerFrames ? length
+                                                                                                    : 0;
 }
 
 /// Reads one chunk of bytes at `position` sixteenths of a frame; what lies behind the recording is silence.
@@ -275,11 +273,11 @@ void GGWave::Parts::decodeChunk(const Protocol& protocol, int position, std::uin
     const int end = std::min(position + protocol.framesPerTx * kAlignmentsPerFrame, recorded);
     const float* const recording = m_recordedAmplitude.data();
     if (m_recordedBytes == 0) {
-        m_fftOut.zero(m_samplesPerFrame);
-        const int samplesEnd = end * m_samplesPerFrame / kAlignmentsPerFrame;
-        for (int at = position * m_samplesPerFrame / kAlignmentsPerFrame; at < samplesEnd;
-             at += m_samplesPerFrame) {
-            const int samples = std::min(m_samplesPerFrame, samplesEnd - at);
+        m_fftOut.zero(m_settings.samplesPerFrame);
+        const int samplesEnd = end * m_settings.samplesPerFrame / kAlignmentsPerFrame;
+        for (int at = position * m_settings.samplesPerFrame / kAlignmentsPerFrame; at < samplesEnd;
+             at += m_settings.samplesPerFrame) {
+            const int samples = std::min(m_settings.samplesPerFrame, samplesEnd - at);
             for (int i = 0; i < samples; ++i) m_fftOut[i] += recording[at + i];
         }
         powerSpectrum();

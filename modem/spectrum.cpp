@@ -13,9 +13,9 @@ void GGWave::Parts::analyseFrame(std::span<const float> frame) {
 
 /// The same for samples that lie in m_fftOut already, which the transform overwrites.
 void GGWave::Parts::powerSpectrum() {
-    rdft(m_samplesPerFrame, 1, m_fftOut.data(), m_fftWorkI.data(), m_fftWorkF.data());
+    rdft(m_settings.samplesPerFrame, 1, m_fftOut.data(), m_fftWorkI.data(), m_fftWorkF.data());
     const float* const out = m_fftOut.data();
-    for (int i = 0; i < m_samplesPerFrame / 2; ++i) {
+    for (int i = 0; i < m_settings.samplesPerFrame / 2; ++i) {
         // Fused: bins must compare alike on every processor.
         m_sampleSpectrum[i] = std::fma(out[2 * i], out[2 * i], out[2 * i + 1] * out[2 * i + 1]);
     }

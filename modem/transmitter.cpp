@@ -1,18 +1,20 @@
+#include "modem/transmitter.hpp"
+
 #include "modem/dss.hpp"
 #include "modem/log.hpp"
-#include "modem/parts.hpp"
-#include "modem/rs.hpp"
+#include "modem/protocols.hpp"
 
 #include <cmath>
 #include <cstring>
 #include <limits>
 #include <numbers>
 
-using sorvel::detail::logLine;
+namespace sorvel::modem {
+
+using detail::logLine;
 
 namespace {
 
-constexpr const char* kTxDisabled = "Tx is disabled - cannot transmit data with this GGWave instance\n";
 constexpr float kRampShare = 0.15F; // of a tone's duration, at each end
 constexpr std::uint8_t kToneSeparator = 255;
 
@@ -39,7 +41,7 @@ struct Envelope {
 } // namespace
 
 /// A transmission is `marker` frames, `data` frames in steps of `step`, and `marker` frames.
-struct GGWave::Parts::Frames {
+struct Transmitter::Frames {
     int marker;
     int step;
     std::int64_t data;
@@ -47,135 +49,137 @@ struct GGWave::Parts::Frames {
     std::int64_t total() const { return data + 2 * marker; }
 };
 
-GGWave::Parts::Frames GGWave::Parts::transmissionFrames() const {
-    const int bytes = m_encodedDataOffset + m_txDataLength + getECCBytesForLength(m_txDataLength);
-    const int chunk = std::max<int>(1, m_txProtocol.bytesPerTx);
+Transmitter::Frames Transmitter::transmissionFrames() const {
+    const int bytes = m_settings.lengthBytes + m_dataLength + eccBytes(m_dataLength);
+    const int chunk = std::max<int>(1, m_protocol.bytesPerTx);
     const std::int64_t chunks = (bytes + chunk - 1) / chunk;
-    return {m_nMarkerFrames, m_txProtocol.framesPerTx,
-            chunks * m_txProtocol.extra * m_txProtocol.framesPerTx};
+    return {m_settings.markerFrames, m_protocol.framesPerTx,
+            chunks * m_protocol.extra * m_protocol.framesPerTx};
 }
 
 // Queueing
 
-bool GGWave::Parts::init(int dataSize, const void* data, ggwave_ProtocolId protocolId, int volume) {
-    if (m_isTxEnabled) {
-        const int limit = m_isFixedPayloadLength ? m_payloadLength : kMaxLengthVariable;
-        if (dataSize > limit) {
-            logLine("Truncating data from %d to %d bytes\n", dataSize, limit);
-            dataSize = limit;
-        }
-        const std::span bytes(static_cast<const std::uint8_t*>(data), static_cast<std::size_t>(dataSize));
-        if (!queue(bytes, protocolId, volume)) return false;
-    } else if (dataSize != 0) {
-        logLine(kTxDisabled);
+void Transmitter::place(Layout& layout, const GGWave::Protocols& protocols) {
+    const std::int64_t spf = m_settings.samplesPerFrame;
+    const int tones = 32 * maxBytesPerTx(protocols);
+    if (!m_settings.makesOnlyTones) {
+        layout.place(m_phaseOffsets, tones);
+        layout.place(m_bit0Amplitude, tones, spf);
+        layout.place(m_bit1Amplitude, tones, spf);
+        layout.place(m_outputBlock, spf);
+        layout.place(m_outputBlockResampled, 2 * spf);
+        layout.place(m_outputBlockTmp,
+                     GGWave::kMaxRecordedFrames * spf * sampleSize(m_settings.sampleFormatOut));
+        layout.place(m_outputBlockI16, GGWave::kMaxRecordedFrames * spf);
     }
-    if (m_isRxEnabled) {
-        m_rxReceiving = m_rxAnalyzing = false;
-        m_framesToAnalyze = m_framesLeftToAnalyze = m_framesToRecord = m_framesLeftToRecord = 0;
-        m_sampleSpectrum.zero();
-        m_sampleAmplitude.zero();
-        m_spectrumHistory.zero();
-        m_rxData.zero();
-        m_spectrumHistoryFixed.zero();
-    }
-    return true;
+    const int coded = m_settings.codedBytes();
+    const int tonesPerTx = m_settings.isFixedLength ? maxTonesPerTx(protocols) : GGWave::kBitsInMarker;
+    layout.place(m_txData, m_settings.payloadLength + 1);
+    layout.place(m_dataBits, tones);
+    layout.place(m_tones, tonesPerTx * coded + (tonesPerTx > 1 ? coded : 0));
 }
 
-bool GGWave::Parts::queue(std::span<const std::uint8_t> data, ggwave_ProtocolId protocolId, int volume) {
-    if (volume < 0 || volume > 100) {
-        logLine("Invalid volume: %d\n", volume);
+bool Transmitter::queue(std::span<const std::uint8_t> data, const GGWave::Protocols& protocols,
+                        ggwave_ProtocolId id, int volume_percent) {
+    const auto limit = static_cast<std::size_t>(m_settings.payloadLength);
+    if (data.size() > limit) {
+        logLine("Truncating data from %d to %d bytes\n", static_cast<int>(data.size()),
+                static_cast<int>(limit));
+        data = data.first(limit);
+    }
+    if (volume_percent < 0 || volume_percent > 100) {
+        logLine("Invalid volume: %d\n", volume_percent);
         return false;
     }
-    m_txHasData = false;
+    m_hasData = false;
     m_txData.zero();
-    m_dataEncoded.zero();
     if (data.empty()) return true;
 
-    if (protocolId < 0 || protocolId >= GGWAVE_PROTOCOL_COUNT) {
-        logLine("Invalid protocol ID: %d\n", protocolId);
+    if (id < 0 || id >= GGWAVE_PROTOCOL_COUNT) {
+        logLine("Invalid protocol ID: %d\n", id);
         return false;
     }
-    const Protocol& protocol = m_txProtocols[static_cast<std::size_t>(protocolId)];
+    const GGWave::Protocol& protocol = protocols[static_cast<std::size_t>(id)];
     if (!protocol.enabled) {
-        logLine("Protocol %d is not enabled - make sure to enable it before creating the instance\n",
-                protocolId);
+        logLine("Protocol %d is not enabled - make sure to enable it before creating the instance\n", id);
         return false;
     }
-    if (protocol.extra == 2 && !m_isFixedPayloadLength) {
+    if (protocol.extra == 2 && !m_settings.isFixedLength) {
         logLine("Mono-tone protocols with variable length are not supported\n");
         return false;
     }
 
-    m_txProtocol = protocol;
-    m_txDataLength = m_isFixedPayloadLength ? m_payloadLength : static_cast<int>(data.size());
-    m_sendVolume = static_cast<float>(volume) / 100.0F;
-    m_txData[0] = static_cast<std::uint8_t>(m_txDataLength);
-    const std::span payload = m_txData.span().subspan(1, static_cast<std::size_t>(m_txDataLength));
+    m_protocol = protocol;
+    m_dataLength = m_settings.isFixedLength ? m_settings.payloadLength : static_cast<int>(data.size());
+    m_sendVolume = static_cast<float>(volume_percent) / 100.0F;
+    m_txData[0] = static_cast<std::uint8_t>(m_dataLength);
+    const std::span payload = m_txData.span().subspan(1, static_cast<std::size_t>(m_dataLength));
     std::copy(data.begin(), data.end(), payload.begin()); // the rest is zero already
-    if (m_isDSSEnabled) {
+    if (m_settings.isSpread) {
         for (std::size_t i = 0; i < payload.size(); ++i) payload[i] = sorvel::detail::spread(payload[i], i);
     }
-    m_txHasData = true;
+    m_hasData = true;
     return true;
 }
 
 /// What makes the queued payload impossible to send, as a line for the log stream; null if nothing does.
-const char* GGWave::Parts::obstacleToEncoding() const {
-    if (m_txProtocol.framesPerTx < 1 || m_txProtocol.bytesPerTx < 1 || m_txProtocol.extra < 1 ||
-        m_txProtocol.extra > 2)
+const char* Transmitter::obstacle() const {
+    if (m_protocol.framesPerTx < 1 || m_protocol.bytesPerTx < 1 || m_protocol.extra < 1 ||
+        m_protocol.extra > 2)
         return "Error: the protocol has no frames, no bytes or no tones - define its row before enabling "
                "it\n";
-    if (32 * m_txProtocol.bytesPerTx > m_dataBits.size())
+    if (32 * m_protocol.bytesPerTx > m_dataBits.size())
         return "Error: the protocol's chunks are larger than those this instance was prepared for\n";
-    if (m_txDataLength + getECCBytesForLength(m_txDataLength) >= kMaxDataSize)
+    if (m_dataLength + eccBytes(m_dataLength) >= GGWave::kMaxDataSize)
         return "Error: the payload and its ECC bytes exceed the 255 bytes of a code word - use a shorter "
                "payload\n";
-    if (m_txOnlyTones) return nullptr;
-    if (!(m_sampleRate > 0.0F) || !(m_sampleRateOut > 0.0F) || !std::isfinite(m_sampleRateOut) ||
-        !std::isfinite(sorvel::modem::bitFreq(m_txProtocol, 16 * m_txProtocol.bytesPerTx, m_hzPerSample)))
+    if (m_settings.makesOnlyTones) return nullptr;
+    if (!(m_settings.sampleRate > 0.0F) || !(m_settings.sampleRateOut > 0.0F) ||
+        !std::isfinite(m_settings.sampleRateOut) ||
+        !std::isfinite(bitFreq(m_protocol, 16 * m_protocol.bytesPerTx, m_settings.hzPerBin)))
         return "Error: operating and playback sample rates must be above 0 Hz and finite to transmit\n";
-    if (m_needResampling && !isUsableRatio(m_sampleRate / m_sampleRateOut))
+    if (m_settings.needsResampling && !isUsableRatio(m_settings.sampleRate / m_settings.sampleRateOut))
         return "Error: operating and playback sample rates are too far apart to convert\n";
-    if (m_needResampling && m_samplesPerFrame <= Resampler::kWidth)
+    if (m_settings.needsResampling && m_settings.samplesPerFrame <= GGWave::Resampler::kWidth)
         return "Error: converting the sample rate needs more than 64 samples per frame\n";
-    if (transmissionFrames().total() > kMaxRecordedFrames)
+    if (transmissionFrames().total() > GGWave::kMaxRecordedFrames)
         return "Error: the transmission is longer than 2048 frames - use a shorter payload or a faster "
                "protocol\n";
     return nullptr;
 }
 
-std::uint32_t GGWave::Parts::encodeSize_samples() const {
-    if (!m_txHasData || obstacleToEncoding() != nullptr) return 0;
-    int perFrame = m_samplesPerFrame;
-    if (m_needResampling && !m_txOnlyTones) {
+std::uint32_t Transmitter::size_samples() const {
+    if (!m_hasData || obstacle() != nullptr) return 0;
+    int perFrame = m_settings.samplesPerFrame;
+    if (m_settings.needsResampling && !m_settings.makesOnlyTones) {
         // From a fresh stream, as `encode` starts: its first frame yields the most.
-        perFrame =
-            1 + Resampler().resample(m_sampleRate / m_sampleRateOut, m_samplesPerFrame, nullptr, nullptr);
+        perFrame = 1 + GGWave::Resampler().resample(m_settings.sampleRate / m_settings.sampleRateOut,
+                                                    m_settings.samplesPerFrame, nullptr, nullptr);
     }
     return static_cast<std::uint32_t>(transmissionFrames().total() * perFrame);
 }
 
 // Encoding
 
-std::uint32_t GGWave::Parts::encode() {
-    if (!m_txHasData) return 0;
-    m_txHasData = false;
-    m_txLastSamples = 0;
+std::uint32_t Transmitter::encode() {
+    if (!m_hasData) return 0;
+    m_hasData = false;
+    m_waveformSamples = 0;
     m_nTones = 0;
-    if (const char* obstacle = obstacleToEncoding()) {
-        logLine("%s", obstacle);
+    if (const char* const why = obstacle()) {
+        logLine("%s", why);
         return 0;
     }
-    if (m_needResampling) m_resampler.reset();
+    if (m_settings.needsResampling) m_resampler.reset();
 
-    encodeBytes();
+    m_coding.encode(m_txData.span().first(static_cast<std::size_t>(m_dataLength) + 1));
     const Frames frames = transmissionFrames();
     if (!makeTones(frames)) {
         m_nTones = 0;
         logLine("Error: no room for the tone list of this protocol in this instance - it stays empty\n");
-        if (m_txOnlyTones) return 0;
+        if (m_settings.makesOnlyTones) return 0;
     }
-    if (m_txOnlyTones) return 1;
+    if (m_settings.makesOnlyTones) return 1;
 
     makeSines();
     if (!makeWaveform(frames)) {
@@ -183,38 +187,31 @@ std::uint32_t GGWave::Parts::encode() {
                 "payload\n");
         return 0;
     }
-    return static_cast<std::uint32_t>(m_txLastSamples) * static_cast<std::uint32_t>(m_sampleSizeOut);
-}
-
-void GGWave::Parts::encodeBytes() {
-    const auto length = static_cast<std::uint8_t>(m_txDataLength);
-    const auto ecc = static_cast<std::uint8_t>(getECCBytesForLength(m_txDataLength));
-    m_dataEncoded.zero();
-    if (!m_isFixedPayloadLength) {
-        RS::ReedSolomon code(1, static_cast<std::uint8_t>(m_encodedDataOffset - 1), m_workRSLength.data());
-        code.Encode(m_txData.data(), m_dataEncoded.data());
-    }
-    RS::ReedSolomon code(length, ecc, m_workRSData.data());
-    code.Encode(m_txData.data() + 1, m_dataEncoded.data() + m_encodedDataOffset);
+    return static_cast<std::uint32_t>(m_waveformSamples) *
+           static_cast<std::uint32_t>(sampleSize(m_settings.sampleFormatOut));
 }
 
 /// The last chunk may reach past the code word; it is filled up with zero bytes.
-int GGWave::Parts::codedByte(int i) const { return i < m_dataEncoded.size() ? m_dataEncoded[i] : 0; }
+int Transmitter::codedByte(int i) const {
+    const std::span<const std::uint8_t> word = m_coding.word();
+    const auto at = static_cast<std::size_t>(i);
+    return at < word.size() ? word[at] : 0;
+}
 
 /// Marks in m_dataBits the tones that sound in data frame `frame` (from 0, within the data).
-void GGWave::Parts::setDataBits(const Frames& frames, int frame) {
-    const int bytes = m_txProtocol.bytesPerTx;
+void Transmitter::setDataBits(const Frames& frames, int frame) {
+    const int bytes = m_protocol.bytesPerTx;
     const int step = frame / frames.step;
     m_dataBits.zero();
     for (int j = 0; j < bytes; ++j) {
-        if (m_txProtocol.extra == 1) {
+        if (m_protocol.extra == 1) {
             const int value = codedByte(step * bytes + j);
             m_dataBits[32 * j + (value & 15)] = 1;
             m_dataBits[32 * j + 16 + (value >> 4)] = 1;
         } else {
             const int position = step * bytes;
-            const int value = codedByte(position / m_txProtocol.extra + j);
-            const bool isHighNibble = position % m_txProtocol.extra != 0;
+            const int value = codedByte(position / m_protocol.extra + j);
+            const bool isHighNibble = position % m_protocol.extra != 0;
             m_dataBits[32 * j + (isHighNibble ? value >> 4 : value & 15)] = 1;
         }
     }
@@ -223,8 +220,8 @@ void GGWave::Parts::setDataBits(const Frames& frames, int frame) {
 /// Of the 16 pairs of a marker, the start marker sounds one tone each and the end marker the other.
 static int markerTone(int bit, bool isStart) { return (2 * bit + bit % 2) ^ (isStart ? 0 : 1); }
 
-bool GGWave::Parts::makeTones(const Frames& frames) {
-    const bool isSeparated = 2 * m_txProtocol.bytesPerTx / m_txProtocol.extra > 1;
+bool Transmitter::makeTones(const Frames& frames) {
+    const bool isSeparated = 2 * m_protocol.bytesPerTx / m_protocol.extra > 1;
     const auto add = [this](int tone) {
         if (m_nTones == m_tones.size()) return false;
         m_tones[m_nTones++] = static_cast<std::uint8_t>(tone);
@@ -234,7 +231,7 @@ bool GGWave::Parts::makeTones(const Frames& frames) {
     for (std::int64_t frame = 0; frame < frames.total(); frame += frames.step) {
         const std::int64_t dataFrame = frame - frames.marker;
         if (dataFrame < 0 || dataFrame >= frames.data) {
-            for (int bit = 0; bit < m_nBitsInMarker; ++bit) {
+            for (int bit = 0; bit < GGWave::kBitsInMarker; ++bit) {
                 if (!add(markerTone(bit, dataFrame < 0))) return false;
             }
         } else {
@@ -250,17 +247,18 @@ bool GGWave::Parts::makeTones(const Frames& frames) {
 
 /// One frame of every tone the protocol uses. Phases differ from pair to pair, so that chunks of many tones
 /// do not pile up into one peak.
-void GGWave::Parts::makeSines() {
-    const double ratioPerHz = 1.0 / static_cast<double>(m_hzPerSample);
-    const int pairs = 16 * m_txProtocol.bytesPerTx;
+void Transmitter::makeSines() {
+    const auto perSample = static_cast<double>(1.0F / static_cast<float>(m_settings.samplesPerFrame));
+    const double ratioPerHz = 1.0 / static_cast<double>(m_settings.hzPerBin);
+    const int pairs = 16 * m_protocol.bytesPerTx;
     for (int pair = 0; pair < pairs; ++pair) {
-        m_phaseOffsets[pair] = std::numbers::pi * pair / (8 * m_txProtocol.bytesPerTx);
-        const auto low = static_cast<double>(sorvel::modem::bitFreq(m_txProtocol, pair, m_hzPerSample));
-        const double high = low + static_cast<double>(m_hzPerSample);
+        m_phaseOffsets[pair] = std::numbers::pi * pair / (8 * m_protocol.bytesPerTx);
+        const auto low = static_cast<double>(bitFreq(m_protocol, pair, m_settings.hzPerBin));
+        const double high = low + static_cast<double>(m_settings.hzPerBin);
         ggvector<float> bit1 = m_bit1Amplitude[pair];
         ggvector<float> bit0 = m_bit0Amplitude[pair];
-        for (int i = 0; i < m_samplesPerFrame; ++i) {
-            const double turn = 2.0 * std::numbers::pi * i * static_cast<double>(m_isamplesPerFrame);
+        for (int i = 0; i < m_settings.samplesPerFrame; ++i) {
+            const double turn = 2.0 * std::numbers::pi * i * perSample;
             bit1[i] = static_cast<float>(std::sin(turn * (low * ratioPerHz) + m_phaseOffsets[pair]));
             bit0[i] = static_cast<float>(std::sin(turn * (high * ratioPerHz) + m_phaseOffsets[pair]));
         }
@@ -268,8 +266,8 @@ void GGWave::Parts::makeSines() {
 }
 
 /// Leaves frame `frame` of the transmission in m_outputBlock.
-void GGWave::Parts::synthesizeFrame(const Frames& frames, int frame) {
-    const int spf = m_samplesPerFrame;
+void Transmitter::synthesizeFrame(const Frames& frames, int frame) {
+    const int spf = m_settings.samplesPerFrame;
     const auto data = static_cast<int>(frames.data);
     const int dataFrame = frame - frames.marker;
     const bool isData = dataFrame >= 0 && dataFrame < data;
@@ -286,46 +284,46 @@ void GGWave::Parts::synthesizeFrame(const Frames& frames, int frame) {
     };
     if (isData) {
         if (dataFrame % frames.step == 0) setDataBits(frames, dataFrame);
-        for (int tone = 0; tone < 32 * m_txProtocol.bytesPerTx; ++tone) {
+        for (int tone = 0; tone < 32 * m_protocol.bytesPerTx; ++tone) {
             if (m_dataBits[tone] != 0) addTone(tone);
         }
     } else {
-        for (int bit = 0; bit < m_nBitsInMarker; ++bit) addTone(markerTone(bit, dataFrame < 0));
+        for (int bit = 0; bit < GGWave::kBitsInMarker; ++bit) addTone(markerTone(bit, dataFrame < 0));
     }
     const float share = static_cast<float>(std::max(1, tones));
     for (float& sample : m_outputBlock) sample /= share;
 }
 
-bool GGWave::Parts::makeWaveform(const Frames& frames) {
-    const float factor = m_sampleRate / m_sampleRateOut;
+bool Transmitter::makeWaveform(const Frames& frames) {
+    const float factor = m_settings.sampleRate / m_settings.sampleRateOut;
     int total = 0;
     for (int frame = 0; frame < frames.total(); ++frame) {
         synthesizeFrame(frames, frame);
-        if (!m_needResampling) {
+        if (!m_settings.needsResampling) {
             if (!append(m_outputBlock.span(), total)) return false;
             continue;
         }
         // In portions: a frame can yield more than the 2 * spf samples that the block has room for.
-        m_resampler.feed(m_samplesPerFrame, m_outputBlock.data());
+        m_resampler.feed(m_settings.samplesPerFrame, m_outputBlock.data());
         const std::span portion = m_outputBlockResampled.span();
         while (const int n = m_resampler.take(factor, portion)) {
             if (!append(portion.first(static_cast<std::size_t>(n)), total)) return false;
         }
         m_resampler.settle();
     }
-    m_txLastSamples = total;
+    m_waveformSamples = total;
     return true;
 }
 
 /// Converts to 16 bits and to the playback format behind the `total` samples made so far.
-bool GGWave::Parts::append(std::span<const float> samples, int& total) {
+bool Transmitter::append(std::span<const float> samples, int& total) {
     if (static_cast<int>(samples.size()) > m_outputBlockI16.size() - total) return false;
     std::uint8_t* const raw = m_outputBlockTmp.data();
     for (const float x : samples) {
         // Through int, so that +1.0 wraps everywhere; a direct conversion is undefined and saturates on some
         // processors.
         m_outputBlockI16[total] = static_cast<short>(static_cast<int>(x * 32768.0F));
-        switch (m_sampleFormatOut) {
+        switch (m_settings.sampleFormatOut) {
         case GGWAVE_SAMPLE_FORMAT_U8:
             raw[total] = static_cast<std::uint8_t>(static_cast<int>((x + 1.0F) * 128.0F));
             break;
@@ -348,8 +346,8 @@ bool GGWave::Parts::append(std::span<const float> samples, int& total) {
     return true;
 }
 
-const void* GGWave::Parts::txWaveform() const {
-    switch (m_sampleFormatOut) {
+const void* Transmitter::waveform() const {
+    switch (m_settings.sampleFormatOut) {
     case GGWAVE_SAMPLE_FORMAT_I16:
         return m_outputBlockI16.data();
     case GGWAVE_SAMPLE_FORMAT_U8:
@@ -361,3 +359,12 @@ const void* GGWave::Parts::txWaveform() const {
         return nullptr;
     }
 }
+
+bool Transmitter::takeAmplitudeI16(ggvector<short>& dst) {
+    if (m_waveformSamples == 0) return false;
+    dst = {m_outputBlockI16.data(), m_waveformSamples};
+    m_waveformSamples = 0;
+    return true;
+}
+
+} // namespace sorvel::modem
