@@ -1,10 +1,13 @@
+#include "modem/capture.hpp"
+
 #include "modem/log.hpp"
-#include "modem/parts.hpp"
 
 #include <cmath>
 #include <cstring>
 
-using sorvel::detail::logLine;
+namespace sorvel::modem {
+
+using detail::logLine;
 
 namespace {
 
@@ -22,111 +25,109 @@ Sample sampleAt(std::span<const std::uint8_t> bytes, std::size_t i) {
 
 } // namespace
 
-/// What makes receiving impossible, as a line for the log stream; null if nothing does.
-const char* GGWave::Parts::obstacleToDecoding() const {
-    if (m_transmitter.hasData()) return "Cannot decode while transmitting\n";
-    if (m_settings.samplesPerFrame < 2 ||
-        (m_settings.samplesPerFrame & (m_settings.samplesPerFrame - 1)) != 0)
+void Capture::place(Layout& layout) {
+    const std::int64_t spf = m_settings.samplesPerFrame;
+    const std::int64_t captured = m_settings.needsResampling ? GGWave::kResampleFactorMax * spf : spf;
+    layout.place(m_amplitude, spf + (m_settings.needsResampling ? GGWave::kResampleMargin : 0));
+    layout.place(m_amplitudeResampled, captured);
+    layout.place(m_amplitudeTmp, sampleSize(m_settings.sampleFormatInp) * captured);
+}
+
+const char* Capture::obstacle() const {
+    const int spf = m_settings.samplesPerFrame;
+    if (spf < 2 || (spf & (spf - 1)) != 0)
         return "Error: receiving needs a power of two from 2 on as samples per frame\n";
     if (!(m_settings.sampleRate > 0.0F) || !std::isfinite(m_settings.sampleRate))
         return "Error: the operating sample rate must be above 0 Hz and finite to receive\n";
     return nullptr;
 }
 
-bool GGWave::Parts::decode(const void* data, unsigned int nBytes) {
-    if (const char* obstacle = obstacleToDecoding()) {
-        logLine("%s", obstacle);
-        return false;
-    }
-    if (nBytes == 0) return true;
-    if (data == nullptr) {
-        logLine("Error: no samples given for %u bytes\n", nBytes);
-        return false;
-    }
-
+bool Capture::canConvert() const {
+    if (!m_settings.needsResampling) return true;
     const float factor = m_settings.sampleRateInp / m_settings.sampleRate;
-    const auto sampleSize = static_cast<std::size_t>(sorvel::modem::sampleSize(m_settings.sampleFormatInp));
-    const std::size_t room = m_settings.needsResampling
-                                 ? std::min(m_sampleAmplitudeResampled.span().size(),
-                                            static_cast<std::size_t>(Resampler::kMaxInput))
-                                 : m_sampleAmplitudeResampled.span().size();
-    std::span<const std::uint8_t> captured(static_cast<const std::uint8_t*>(data), nBytes);
+    const int room = std::min(m_amplitudeResampled.size(), GGWave::Resampler::kMaxInput);
+    return factor * static_cast<float>(m_settings.samplesPerFrame) + 2 * kSpareSamples <=
+           static_cast<float>(room);
+}
 
+bool Capture::fill(std::span<const std::uint8_t>& captured, bool keepsStream) {
+    const auto bytesPerSample = static_cast<std::size_t>(sampleSize(m_settings.sampleFormatInp));
+    const int spf = m_settings.samplesPerFrame;
     while (!captured.empty()) {
-        std::size_t wanted = static_cast<std::size_t>(std::max(0, m_samplesNeeded));
-        if (m_settings.needsResampling) {
-            // Beyond this ratio one frame needs more captured samples than there is room for.
-            if (factor * static_cast<float>(m_settings.samplesPerFrame) + 2 * kSpareSamples >
-                static_cast<float>(room)) {
-                logLine("Error: cannot convert %g Hz to %g Hz while receiving - use closer sample rates\n",
-                        static_cast<double>(m_settings.sampleRateInp),
-                        static_cast<double>(m_settings.sampleRate));
-                return false;
-            }
-            wanted = static_cast<std::size_t>(
-                m_resampler.resample(1.0F / factor, m_samplesNeeded, nullptr, nullptr) + kSpareSamples);
-            wanted = std::min(wanted, room);
-        }
-        const auto chunk = captured.first(std::min(captured.size(), wanted * sampleSize));
-        if (chunk.empty()) return true;
+        const auto chunk = captured.first(std::min(captured.size(), wantedSamples() * bytesPerSample));
+        if (chunk.empty()) return false;
         captured = captured.subspan(chunk.size());
 
-        if (chunk.size() % sampleSize != 0) {
+        if (chunk.size() % bytesPerSample != 0) {
             logLine("Failure during capture - provided bytes (%d) are not multiple of sample size (%d)\n",
-                    static_cast<int>(chunk.size()), sorvel::modem::sampleSize(m_settings.sampleFormatInp));
-            m_samplesNeeded = m_settings.samplesPerFrame;
-            return true;
+                    static_cast<int>(chunk.size()), static_cast<int>(bytesPerSample));
+            m_samplesNeeded = spf;
+            captured = {};
+            return false;
         }
-        const auto samples = static_cast<int>(chunk.size() / sampleSize);
-        float* const converted = m_sampleAmplitudeResampled.data();
-        convertCaptured(chunk, converted);
+        const auto samples = static_cast<int>(chunk.size() / bytesPerSample);
+        float* const converted = m_amplitudeResampled.data();
+        convert(chunk, converted);
 
-        const int offset = m_settings.samplesPerFrame - m_samplesNeeded;
-        int recorded = 0;
+        const int offset = spf - m_samplesNeeded;
         if (m_settings.needsResampling) {
-            if (samples <= 2 * Resampler::kWidth) {
-                m_samplesNeeded = m_settings.samplesPerFrame;
-                return true;
+            if (samples <= 2 * GGWave::Resampler::kWidth) {
+                m_samplesNeeded = spf;
+                captured = {};
+                return false;
             }
-            if (!m_rxReceiving && static_cast<float>(m_resampler.samplesTotal()) >
-                                      kStreamSeconds * factor * m_settings.sampleRate) {
+            const float factor = m_settings.sampleRateInp / m_settings.sampleRate;
+            if (!keepsStream && static_cast<float>(m_resampler.samplesTotal()) >
+                                    kStreamSeconds * factor * m_settings.sampleRate)
                 m_resampler.reset();
-            }
             m_resampler.feed(samples, converted);
-            recorded =
-                offset +
-                m_resampler.take(factor, m_sampleAmplitude.span().subspan(static_cast<std::size_t>(offset)));
+            m_recorded = offset + m_resampler.take(
+                                      factor, m_amplitude.span().subspan(static_cast<std::size_t>(offset)));
             m_resampler.settle();
         } else {
-            std::copy_n(converted, samples, m_sampleAmplitude.data() + offset);
+            std::copy_n(converted, samples, m_amplitude.data() + offset);
             // Without the offset: whoever hands over partial frames at the operating rate never completes
             // one. Callers rely on whole frames only being analysed; adding it would change which sounds are
             // heard.
-            recorded = samples;
+            m_recorded = samples;
         }
-
-        if (recorded < m_settings.samplesPerFrame) {
-            m_samplesNeeded = m_settings.samplesPerFrame - recorded;
-            return true;
+        if (m_recorded < spf) {
+            m_samplesNeeded = spf - m_recorded;
+            return false;
         }
-        m_hasNewAmplitude = true;
-        if (m_settings.isFixedLength) {
-            decode_fixed();
-        } else {
-            decode_variable();
-        }
-        const int surplus = std::min(recorded - m_settings.samplesPerFrame, m_settings.samplesPerFrame - 1);
-        std::copy_n(m_sampleAmplitude.data() + m_settings.samplesPerFrame, surplus, m_sampleAmplitude.data());
-        m_samplesNeeded = m_settings.samplesPerFrame - surplus;
+        m_isNews = true;
+        return true;
     }
-    return true;
+    return false;
+}
+
+/// Captured samples that complete the frame, and some to spare when resampling.
+std::size_t Capture::wantedSamples() const {
+    if (!m_settings.needsResampling) return static_cast<std::size_t>(std::max(0, m_samplesNeeded));
+    const float factor = m_settings.sampleRateInp / m_settings.sampleRate;
+    const int wanted = m_resampler.resample(1.0F / factor, m_samplesNeeded, nullptr, nullptr) + kSpareSamples;
+    return static_cast<std::size_t>(
+        std::min({wanted, m_amplitudeResampled.size(), GGWave::Resampler::kMaxInput}));
+}
+
+void Capture::next() {
+    const int spf = m_settings.samplesPerFrame;
+    const int surplus = std::min(m_recorded - spf, spf - 1);
+    std::copy_n(m_amplitude.data() + spf, surplus, m_amplitude.data());
+    m_samplesNeeded = spf - surplus;
+}
+
+bool Capture::takeNews() {
+    const bool wasNews = m_isNews;
+    m_isNews = false;
+    return wasNews;
 }
 
 /// Captured bytes to floats of full scale 1.
-void GGWave::Parts::convertCaptured(std::span<const std::uint8_t> bytes, float* dst) {
+void Capture::convert(std::span<const std::uint8_t> bytes, float* dst) const {
     constexpr float kFrom8Bits = 1.0F / 128.0F, kFrom16Bits = 1.0F / 32768.0F;
     const std::size_t samples =
-        bytes.size() / static_cast<std::size_t>(sorvel::modem::sampleSize(m_settings.sampleFormatInp));
+        bytes.size() / static_cast<std::size_t>(sampleSize(m_settings.sampleFormatInp));
     switch (m_settings.sampleFormatInp) {
     case GGWAVE_SAMPLE_FORMAT_U8:
         for (std::size_t i = 0; i < samples; ++i) dst[i] = static_cast<float>(bytes[i] - 128) * kFrom8Bits;
@@ -148,3 +149,5 @@ void GGWave::Parts::convertCaptured(std::span<const std::uint8_t> bytes, float* 
         break;
     }
 }
+
+} // namespace sorvel::modem

@@ -1,10 +1,8 @@
 #include "modem/ggwave.h"
 
-#include "modem/fft.h"
 #include "modem/log.hpp"
 #include "modem/parts.hpp"
 
-#include <cmath>
 #include <cstring>
 #include <limits>
 
@@ -43,18 +41,24 @@ bool GGWave::init(int dataSize, const void* data, ggwave_ProtocolId protocolId, 
         logLine("Error: no data given for %d bytes\n", dataSize);
         return false;
     }
-    if (m_parts->m_settings.canTransmit) {
+    if (m_parts->settings.canTransmit) {
         const std::span bytes(static_cast<const std::uint8_t*>(data), static_cast<std::size_t>(dataSize));
-        if (!m_parts->m_transmitter.queue(bytes, m_txProtocols, protocolId, volume)) return false;
+        if (!m_parts->transmitter.queue(bytes, m_txProtocols, protocolId, volume)) return false;
     } else if (dataSize != 0) {
         logLine(kTxDisabled);
     }
-    if (m_parts->m_settings.canReceive) m_parts->forget();
+    if (m_parts->settings.canReceive) {
+        m_parts->capture.forget();
+        m_parts->spectrum.forget();
+        m_parts->fixedReceiver.forget();
+        m_parts->messageReceiver.forget();
+        m_parts->reception.data.zero();
+    }
     return true;
 }
 
 std::uint32_t GGWave::encodeSize_samples() const {
-    return m_parts == nullptr ? 0 : m_parts->m_transmitter.size_samples();
+    return m_parts == nullptr ? 0 : m_parts->transmitter.size_samples();
 }
 
 std::uint32_t GGWave::encodeSize_bytes() const {
@@ -66,21 +70,21 @@ std::uint32_t GGWave::encode() {
         logLine(kTxDisabled);
         return 0;
     }
-    return m_parts == nullptr ? 0 : m_parts->m_transmitter.encode();
+    return m_parts == nullptr ? 0 : m_parts->transmitter.encode();
 }
 
 const void* GGWave::txWaveform() const {
-    return m_parts == nullptr ? nullptr : m_parts->m_transmitter.waveform();
+    return m_parts == nullptr ? nullptr : m_parts->transmitter.waveform();
 }
 
 ggvector<std::uint8_t> GGWave::txTones() const {
-    return m_parts == nullptr ? ggvector<std::uint8_t>{} : m_parts->m_transmitter.tones();
+    return m_parts == nullptr ? ggvector<std::uint8_t>{} : m_parts->transmitter.tones();
 }
 
-bool GGWave::txHasData() const { return m_parts != nullptr && m_parts->m_transmitter.hasData(); }
+bool GGWave::txHasData() const { return m_parts != nullptr && m_parts->transmitter.hasData(); }
 
 bool GGWave::txTakeAmplitudeI16(ggvector<short>& dst) {
-    return m_parts != nullptr && m_parts->m_transmitter.takeAmplitudeI16(dst);
+    return m_parts != nullptr && m_parts->transmitter.takeAmplitudeI16(dst);
 }
 
 // Receiving
@@ -94,61 +98,90 @@ bool GGWave::decode(const void* data, unsigned int nBytes) {
         logLine(kNoBlock);
         return false;
     }
-    return m_parts->decode(data, nBytes);
-}
-
-bool GGWave::rxReceiving() const { return m_parts != nullptr && m_parts->m_rxReceiving; }
-bool GGWave::rxAnalyzing() const { return m_parts != nullptr && m_parts->m_rxAnalyzing; }
-int GGWave::rxSamplesNeeded() const {
-    return m_parts == nullptr ? m_parameters.samplesPerFrame : m_parts->m_samplesNeeded;
-}
-int GGWave::rxFramesToRecord() const { return m_parts == nullptr ? 0 : m_parts->m_framesToRecord; }
-int GGWave::rxFramesLeftToRecord() const { return m_parts == nullptr ? 0 : m_parts->m_framesLeftToRecord; }
-int GGWave::rxFramesToAnalyze() const { return m_parts == nullptr ? 0 : m_parts->m_framesToAnalyze; }
-int GGWave::rxFramesLeftToAnalyze() const { return m_parts == nullptr ? 0 : m_parts->m_framesLeftToAnalyze; }
-
-bool GGWave::rxStopReceiving() {
-    if (!rxReceiving()) return false;
-    m_parts->m_rxReceiving = false;
+    const char* const obstacle =
+        m_parts->transmitter.hasData() ? "Cannot decode while transmitting\n" : m_parts->capture.obstacle();
+    if (obstacle != nullptr) {
+        logLine("%s", obstacle);
+        return false;
+    }
+    if (nBytes == 0) return true;
+    if (data == nullptr) {
+        logLine("Error: no samples given for %u bytes\n", nBytes);
+        return false;
+    }
+    if (!m_parts->capture.canConvert()) {
+        logLine("Error: cannot convert %g Hz to %g Hz while receiving - use closer sample rates\n",
+                static_cast<double>(m_parameters.sampleRateInp),
+                static_cast<double>(m_parameters.sampleRate));
+        return false;
+    }
+    auto& [settings, resampler, coding, spectrum, capture, fixed, message, transmitter, reception] = *m_parts;
+    std::span captured(static_cast<const std::uint8_t*>(data), nBytes);
+    while (capture.fill(captured, message.isReceiving())) {
+        if (settings.isFixedLength) {
+            fixed.hear(spectrum.analyse(capture.frame()), m_rxProtocols, reception);
+        } else {
+            message.hear(capture.frame(), m_rxProtocols, reception);
+        }
+        capture.next();
+    }
     return true;
 }
 
-int GGWave::rxDataLength() const { return m_parts == nullptr ? 0 : m_parts->m_rxDataLength; }
+bool GGWave::rxReceiving() const { return m_parts != nullptr && m_parts->messageReceiver.isReceiving(); }
+bool GGWave::rxAnalyzing() const { return m_parts != nullptr && m_parts->messageReceiver.isAnalyzing(); }
+int GGWave::rxSamplesNeeded() const {
+    return m_parts == nullptr ? m_parameters.samplesPerFrame : m_parts->capture.samplesNeeded();
+}
+int GGWave::rxFramesToRecord() const {
+    return m_parts == nullptr ? 0 : m_parts->messageReceiver.framesToRecord();
+}
+int GGWave::rxFramesLeftToRecord() const {
+    return m_parts == nullptr ? 0 : m_parts->messageReceiver.framesLeftToRecord();
+}
+int GGWave::rxFramesToAnalyze() const {
+    return m_parts == nullptr ? 0 : m_parts->messageReceiver.framesToAnalyze();
+}
+int GGWave::rxFramesLeftToAnalyze() const {
+    return m_parts == nullptr ? 0 : m_parts->messageReceiver.framesLeftToAnalyze();
+}
+
+bool GGWave::rxStopReceiving() { return m_parts != nullptr && m_parts->messageReceiver.stopReceiving(); }
+
+int GGWave::rxDataLength() const { return m_parts == nullptr ? 0 : m_parts->reception.length; }
 ggvector<std::uint8_t> GGWave::rxData() const {
-    return m_parts == nullptr ? ggvector<std::uint8_t>{} : m_parts->m_rxData;
+    return m_parts == nullptr ? ggvector<std::uint8_t>{} : m_parts->reception.data;
 }
 const GGWave::Protocol& GGWave::rxProtocol() const {
     static constexpr Protocol kNone;
-    return m_parts == nullptr ? kNone : m_parts->m_rxProtocol;
+    return m_parts == nullptr ? kNone : m_parts->reception.protocol;
 }
 ggwave_ProtocolId GGWave::rxProtocolId() const {
-    return m_parts == nullptr ? GGWAVE_PROTOCOL_COUNT : m_parts->m_rxProtocolId;
+    return m_parts == nullptr ? GGWAVE_PROTOCOL_COUNT : m_parts->reception.protocolId;
 }
 ggvector<float> GGWave::rxSpectrum() const {
-    return m_parts == nullptr ? ggvector<float>{} : m_parts->m_sampleSpectrum;
+    return m_parts == nullptr ? ggvector<float>{} : m_parts->spectrum.power();
 }
 ggvector<float> GGWave::rxAmplitude() const {
-    return m_parts == nullptr ? ggvector<float>{} : m_parts->m_sampleAmplitude;
+    return m_parts == nullptr ? ggvector<float>{} : m_parts->capture.amplitude();
 }
 
 int GGWave::rxTakeData(ggvector<std::uint8_t>& dst) {
     const int length = rxDataLength();
-    if (length != 0) m_parts->m_rxDataLength = 0;
-    if (length > 0) dst = {m_parts->m_rxData.data(), length};
+    if (length != 0) m_parts->reception.length = 0;
+    if (length > 0) dst = {m_parts->reception.data.data(), length};
     return length;
 }
 
 bool GGWave::rxTakeSpectrum(ggvector<float>& dst) {
-    if (m_parts == nullptr || !m_parts->m_hasNewSpectrum) return false;
-    m_parts->m_hasNewSpectrum = false;
-    dst = m_parts->m_sampleSpectrum;
+    if (m_parts == nullptr || !m_parts->spectrum.takeNews()) return false;
+    dst = m_parts->spectrum.power();
     return true;
 }
 
 bool GGWave::rxTakeAmplitude(ggvector<float>& dst) {
-    if (m_parts == nullptr || !m_parts->m_hasNewAmplitude) return false;
-    m_parts->m_hasNewAmplitude = false;
-    dst = m_parts->m_sampleAmplitude;
+    if (m_parts == nullptr || !m_parts->capture.takeNews()) return false;
+    dst = m_parts->capture.amplitude();
     return true;
 }
 
@@ -159,11 +192,10 @@ bool GGWave::computeFFTR(const float* src, float* dst, int N) {
         logLine("computeFFTR: N (%d) must be equal to 'samplesPerFrame' %d\n", N, samplesPerFrame());
         return false;
     }
-    if (m_parts == nullptr || m_parts->m_fftWorkI.size() == 0) {
+    if (m_parts == nullptr || !m_parts->settings.canReceive) {
         logLine(kRxDisabled);
         return false;
     }
     std::copy_n(src, N, dst);
-    rdft(N, 1, dst, m_parts->m_fftWorkI.data(), m_parts->m_fftWorkF.data());
-    return true;
+    return m_parts->spectrum.transform(dst);
 }

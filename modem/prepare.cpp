@@ -2,7 +2,6 @@
 #include "modem/parts.hpp"
 
 #include <climits>
-#include <cmath>
 #include <cstdlib>
 #include <new>
 
@@ -122,7 +121,7 @@ bool GGWave::prepare(const ggwave_Parameters& parameters, bool allocate) {
         logLine("Error: failed to allocate the required memory: %d\n", heapSize0);
         return false;
     }
-    m_parts = new (memory) Parts(*this);
+    m_parts = new (memory) Parts(parameters);
     int n = 0;
     if (!alloc(static_cast<std::byte*>(memory) + kPartsSize<Parts>, n) || n != heapSize0) {
         dropBlock();
@@ -134,75 +133,42 @@ bool GGWave::prepare(const ggwave_Parameters& parameters, bool allocate) {
 }
 
 bool GGWave::alloc(void* p, int& n) {
-    if (m_parts != nullptr) return m_parts->alloc(p, n);
-    return p == nullptr && Parts(*this).alloc(nullptr, n);
+    if (m_parts != nullptr) return m_parts->place(p, n, m_rxProtocols, m_txProtocols);
+    return p == nullptr && Parts(m_parameters).place(nullptr, n, m_rxProtocols, m_txProtocols);
 }
 
-GGWave::Parts::Parts(const GGWave& owner)
-    : m_rxProtocols(owner.m_rxProtocols), m_txProtocols(owner.m_txProtocols), m_settings(owner.m_parameters),
-      m_coding(m_settings), m_transmitter(m_settings, m_coding, m_resampler) {
-    m_samplesNeeded = m_settings.samplesPerFrame;
-    m_minFreqStart = sorvel::modem::minFreqStart(m_rxProtocols, m_settings.samplesPerFrame);
-}
+GGWave::Parts::Parts(const ggwave_Parameters& parameters)
+    : settings(parameters), coding(settings), capture(settings, resampler), fixedReceiver(settings, coding),
+      messageReceiver(settings, spectrum, coding), transmitter(settings, coding, resampler) {}
 
-bool GGWave::Parts::alloc(void* p, int& n) {
-    if (const std::int64_t total =
-            std::int64_t{m_settings.payloadLength} + sorvel::modem::eccBytes(m_settings.payloadLength);
-        total > kMaxDataSize) {
+bool GGWave::Parts::place(void* block, int& n, const Protocols& rx, const Protocols& tx) {
+    const int length = settings.payloadLength;
+    const std::int64_t total = std::int64_t{length} + sorvel::modem::eccBytes(length);
+    if (total > kMaxDataSize) {
         logLine("Error: total length %lld (payload %d + ECC %d bytes) is too large ( > %d)\n",
-                static_cast<long long>(total), m_settings.payloadLength,
-                sorvel::modem::eccBytes(m_settings.payloadLength), kMaxDataSize);
+                static_cast<long long>(total), length, sorvel::modem::eccBytes(length), kMaxDataSize);
+        return false;
+    }
+    if (settings.canReceive && settings.isFixedLength && length > kMaxLengthFixed) {
+        logLine("Invalid payload length: %d, max: %d\n", length, kMaxLengthFixed);
         return false;
     }
 
-    sorvel::modem::Layout layout(p, n);
-    m_coding.placeWord(layout);
-    if (m_settings.canReceive && !placeReceiver(layout)) return false;
-    if (m_settings.canTransmit) m_transmitter.place(layout, m_txProtocols);
-    m_coding.placeWork(layout);
-    if (layout.bytes() > INT_MAX - 65536) return false; // the resampler adds less
+    sorvel::modem::Layout layout(block, n);
+    coding.placeWord(layout);
+    if (settings.canReceive) {
+        spectrum.place(layout, settings.samplesPerFrame);
+        capture.place(layout);
+        layout.place(reception.data, length + 1);
+        if (settings.isFixedLength) {
+            fixedReceiver.place(layout, rx);
+        } else {
+            messageReceiver.place(layout);
+        }
+    }
+    if (settings.canTransmit) transmitter.place(layout, tx);
+    coding.placeWork(layout);
+    if (layout.bytes() > INT_MAX - 65536) return false; // the converter adds less
     n = static_cast<int>(layout.bytes());
-    return !m_settings.needsResampling || m_resampler.alloc(p, n);
-}
-
-bool GGWave::Parts::placeReceiver(sorvel::modem::Layout& layout) {
-    if (m_settings.isFixedLength && m_settings.payloadLength > kMaxLengthFixed) {
-        logLine("Invalid payload length: %d, max: %d\n", m_settings.payloadLength, kMaxLengthFixed);
-        return false;
-    }
-    const std::int64_t spf = m_settings.samplesPerFrame;
-    const std::int64_t captured = m_settings.needsResampling ? kResampleFactorMax * spf : spf;
-    const Protocols& rx = m_rxProtocols;
-
-    layout.place(m_fftOut, 2 * spf);
-    const std::int64_t pairs = spf / 2;
-    layout.place(m_fftWorkI, static_cast<int>(std::sqrt(static_cast<double>(pairs)) + 3.0));
-    layout.place(m_fftWorkF, pairs);
-    layout.place(m_sampleSpectrum, spf);
-    layout.place(m_sampleAmplitude, spf + (m_settings.needsResampling ? kResampleMargin : 0));
-    layout.place(m_sampleAmplitudeResampled, captured);
-    layout.place(m_sampleAmplitudeTmp, sorvel::modem::sampleSize(m_settings.sampleFormatInp) * captured);
-    layout.place(m_rxData, m_settings.payloadLength + 1);
-    if (m_settings.isFixedLength) {
-        // One chunk carries at least one byte, so no transmission has more chunks than coded bytes.
-        layout.place(m_spectrumHistoryFixed,
-                     std::int64_t{sorvel::modem::maxFramesPerTx(rx, false)} * m_settings.codedBytes(), spf);
-        layout.place(m_detectedBins, 2 * m_settings.codedBytes());
-        layout.place(m_detectedTones, 32 * sorvel::modem::maxBytesPerTx(rx));
-    } else {
-        layout.place(m_recordedAmplitude, kMaxRecordedFrames * spf);
-        layout.place(m_spectrumAverage, spf);
-        layout.place(m_spectrumHistory, kMaxSpectrumHistory, spf);
-    }
-    return true;
-}
-
-void GGWave::Parts::forget() {
-    m_rxReceiving = m_rxAnalyzing = false;
-    m_framesToAnalyze = m_framesLeftToAnalyze = m_framesToRecord = m_framesLeftToRecord = 0;
-    m_sampleSpectrum.zero();
-    m_sampleAmplitude.zero();
-    m_spectrumHistory.zero();
-    m_rxData.zero();
-    m_spectrumHistoryFixed.zero();
+    return !settings.needsResampling || resampler.alloc(block, n);
 }

@@ -1,25 +1,49 @@
+#include "modem/spectrum.hpp"
+
 #include "modem/fft.h"
-#include "modem/parts.hpp"
 
 #include <cmath>
 #include <numbers>
 
-/// Power spectrum of one frame, in m_sampleSpectrum. Bin 0 mixes the constant and the Nyquist share; the bins
-/// from samplesPerFrame / 2 on stay zero.
-void GGWave::Parts::analyseFrame(std::span<const float> frame) {
-    std::copy(frame.begin(), frame.end(), m_fftOut.data());
-    powerSpectrum();
+namespace sorvel::modem {
+
+void Spectrum::place(Layout& layout, int samplesPerFrame) {
+    const int pairs = samplesPerFrame / 2;
+    layout.place(m_fftOut, 2 * samplesPerFrame);
+    layout.place(m_fftWorkI, static_cast<int>(std::sqrt(static_cast<double>(pairs)) + 3.0));
+    layout.place(m_fftWorkF, pairs);
+    layout.place(m_power, samplesPerFrame);
 }
 
-/// The same for samples that lie in m_fftOut already, which the transform overwrites.
-void GGWave::Parts::powerSpectrum() {
-    rdft(m_settings.samplesPerFrame, 1, m_fftOut.data(), m_fftWorkI.data(), m_fftWorkF.data());
-    const float* const out = m_fftOut.data();
-    for (int i = 0; i < m_settings.samplesPerFrame / 2; ++i) {
-        // Fused: bins must compare alike on every processor.
-        m_sampleSpectrum[i] = std::fma(out[2 * i], out[2 * i], out[2 * i + 1] * out[2 * i + 1]);
-    }
+std::span<const float> Spectrum::analyse(std::span<const float> frame) {
+    m_isNews = true;
+    std::copy(frame.begin(), frame.end(), m_fftOut.data());
+    return analyseSamples();
 }
+
+std::span<const float> Spectrum::analyseSamples() {
+    transform(m_fftOut.data());
+    const float* const out = m_fftOut.data();
+    for (int i = 0; i < m_power.size() / 2; ++i) {
+        // Fused: bins must compare alike on every processor.
+        m_power[i] = std::fma(out[2 * i], out[2 * i], out[2 * i + 1] * out[2 * i + 1]);
+    }
+    return m_power.span();
+}
+
+bool Spectrum::takeNews() {
+    const bool wasNews = m_isNews;
+    m_isNews = false;
+    return wasNews;
+}
+
+bool Spectrum::transform(float* frame) {
+    if (m_fftWorkI.size() == 0) return false;
+    rdft(m_power.size(), 1, frame, m_fftWorkI.data(), m_fftWorkF.data());
+    return true;
+}
+
+} // namespace sorvel::modem
 
 int GGWave::computeFFTR(const float* src, float* dst, int N, int* wi, float* wf) {
     if (wi == nullptr) return 2 * N;

@@ -1,12 +1,8 @@
-#include "modem/dss.hpp"
-#include "modem/parts.hpp"
+#include "modem/fixed_receiver.hpp"
 
-#include <cmath>
+#include "modem/protocols.hpp"
 
-// Payloads of a length that both sides know carry no markers. After every frame the receiver looks at the
-// last frames that a whole transmission would span, takes the loudest tone of each group of 16 bins in each
-// frame, and lets the frames of a chunk vote. Only when enough nibbles won a majority is the error correction
-// asked.
+namespace sorvel::modem {
 
 namespace {
 
@@ -44,62 +40,71 @@ struct Span {
 };
 
 Span spanOf(const GGWave::Protocol& protocol, int payloadLength) {
-    const int bytes = payloadLength + getECCBytesForLength(payloadLength);
+    const int bytes = payloadLength + eccBytes(payloadLength);
     const int chunks = protocol.extra * ((bytes + protocol.bytesPerTx - 1) / protocol.bytesPerTx);
     return {bytes, chunks, chunks * protocol.framesPerTx};
 }
 
 } // namespace
 
-void GGWave::Parts::decode_fixed() {
-    m_hasNewSpectrum = true;
-    const int spf = m_settings.samplesPerFrame;
-    analyseFrame(m_sampleAmplitude.span().first(static_cast<std::size_t>(spf)));
+void FixedReceiver::place(Layout& layout, const GGWave::Protocols& protocols) {
+    m_firstBin = minFreqStart(protocols, m_settings.samplesPerFrame);
+    // One chunk carries at least one byte, so no transmission has more chunks than coded bytes.
+    layout.place(m_history, std::int64_t{maxFramesPerTx(protocols, false)} * m_settings.codedBytes(),
+                 m_settings.samplesPerFrame);
+    layout.place(m_detectedBins, 2 * m_settings.codedBytes());
+    layout.place(m_detectedTones, 32 * maxBytesPerTx(protocols));
+}
 
-    float loudest = 0.0F;
-    for (int i = std::max(1, m_minFreqStart); i < spf / 2; ++i) {
-        if (m_sampleSpectrum[i] > loudest) loudest = m_sampleSpectrum[i];
-    }
-    const int rows = m_spectrumHistoryFixed.rows();
-    if (rows == 0) return;
-    const float scale = loudest == 0.0F ? 255.0F : 255.0F / loudest;
-    ggvector<std::uint8_t> row = m_spectrumHistoryFixed[m_historyRowFixed];
-    for (int i = 0; i < spf; ++i) row[i] = quantised(m_sampleSpectrum[i], scale);
-    m_historyRowFixed = (m_historyRowFixed + 1) % rows;
-
+void FixedReceiver::hear(std::span<const float> power, const GGWave::Protocols& protocols,
+                         Reception& reception) {
+    if (m_history.rows() == 0) return;
+    remember(power);
     for (ggwave_ProtocolId id = 0; id < GGWAVE_PROTOCOL_COUNT; ++id) {
-        const Protocol& protocol = m_rxProtocols[static_cast<std::size_t>(id)];
-        if (!fitsReceiver(protocol) || !detectTones(protocol)) continue;
+        const GGWave::Protocol& protocol = protocols[static_cast<std::size_t>(id)];
+        if (!isSearchable(protocol) || !detectTones(protocol)) continue;
 
-        const Span span = spanOf(protocol, m_settings.payloadLength);
-        for (int j = 0; j < span.bytes; ++j)
-            m_coding.word()[static_cast<std::size_t>(j)] =
+        const std::span<std::uint8_t> word = m_coding.word();
+        for (int j = 0; j < m_settings.codedBytes(); ++j)
+            word[static_cast<std::size_t>(j)] =
                 static_cast<std::uint8_t>(m_detectedBins[2 * j] | m_detectedBins[2 * j + 1] << 4);
-        if (!m_coding.decodePayload(m_settings.payloadLength, m_rxData.span())) continue;
-        deliver(id, m_settings.payloadLength);
+        if (!m_coding.decodePayload(m_settings.payloadLength, reception.data.span())) continue;
+        reception.deliver(m_settings.payloadLength, protocols, id, m_settings.isSpread);
         return;
     }
 }
 
+/// Quantises a frame into the history.
+void FixedReceiver::remember(std::span<const float> power) {
+    float loudest = 0.0F;
+    for (auto i = static_cast<std::size_t>(std::max(1, m_firstBin)); i < power.size() / 2; ++i) {
+        if (power[i] > loudest) loudest = power[i];
+    }
+    const float scale = loudest == 0.0F ? 255.0F : 255.0F / loudest;
+    ggvector<std::uint8_t> row = m_history[m_row];
+    for (int i = 0; i < row.size(); ++i) row[i] = quantised(power[static_cast<std::size_t>(i)], scale);
+    m_row = (m_row + 1) % m_history.rows();
+}
+
 /// Whether a row is one to search for, and within what the working block was laid out for: rows can be
 /// changed in the instance's table after its preparation.
-bool GGWave::Parts::fitsReceiver(const Protocol& protocol) const {
+bool FixedReceiver::isSearchable(const GGWave::Protocol& protocol) const {
     if (!protocol.enabled || protocol.freqStart > m_settings.samplesPerFrame || protocol.freqStart < 0)
         return false;
     if (protocol.framesPerTx < 1 || protocol.bytesPerTx < 1 || protocol.extra < 1 || protocol.extra > 2)
         return false;
     return 32 * protocol.bytesPerTx <= m_detectedTones.size() &&
-           spanOf(protocol, m_settings.payloadLength).frames <= m_spectrumHistoryFixed.rows();
+           spanOf(protocol, m_settings.payloadLength).frames <= m_history.rows();
 }
 
 /// Fills m_detectedBins with the nibbles, low before high, of a transmission that ends at the newest frame.
 ///
 /// @return whether enough of them are clear
-bool GGWave::Parts::detectTones(const Protocol& protocol) {
+bool FixedReceiver::detectTones(const GGWave::Protocol& protocol) {
     const Span span = spanOf(protocol, m_settings.payloadLength);
-    const int rows = m_spectrumHistoryFixed.rows();
+    const int rows = m_history.rows();
     const int majority = protocol.framesPerTx / 2;
-    int row = m_historyRowFixed - span.frames;
+    int row = m_row - span.frames;
     if (row < 0) row += rows;
 
     m_detectedBins.zero();
@@ -109,7 +114,7 @@ bool GGWave::Parts::detectTones(const Protocol& protocol) {
         const int bytes = std::min<int>(protocol.bytesPerTx, span.bytes - firstByte);
         if (chunk % protocol.extra == 0) m_detectedTones.zero(32 * protocol.bytesPerTx);
         for (int frame = 0; frame < protocol.framesPerTx; ++frame) {
-            voteFrame(protocol, m_spectrumHistoryFixed[row].span(), chunk, bytes);
+            voteFrame(protocol, m_history[row].span(), chunk, bytes);
             if (++row == rows) row = 0;
         }
         if (protocol.extra > 1 && chunk % protocol.extra == 0) continue; // the high nibbles are still to come
@@ -131,7 +136,7 @@ bool GGWave::Parts::detectTones(const Protocol& protocol) {
 
 /// Adds one frame's loudest tones to the votes: both nibbles at once where tones sound together; otherwise
 /// low nibbles in the first step of a byte and high ones in its last, from the same bins.
-void GGWave::Parts::voteFrame(const Protocol& protocol, std::span<const std::uint8_t> row, int chunk,
+void FixedReceiver::voteFrame(const GGWave::Protocol& protocol, std::span<const std::uint8_t> row, int chunk,
                               int bytes) {
     const bool isLow = chunk % protocol.extra == 0;
     const bool isHigh = (chunk + 1) % protocol.extra == 0;
@@ -144,13 +149,4 @@ void GGWave::Parts::voteFrame(const Protocol& protocol, std::span<const std::uin
     }
 }
 
-/// Announces `length` decoded bytes in m_rxData.
-void GGWave::Parts::deliver(ggwave_ProtocolId id, int length) {
-    if (m_settings.isSpread) {
-        for (int i = 0; i < length; ++i)
-            m_rxData[i] = sorvel::detail::spread(m_rxData[i], static_cast<std::size_t>(i));
-    }
-    m_rxDataLength = length;
-    m_rxProtocol = m_rxProtocols[static_cast<std::size_t>(id)];
-    m_rxProtocolId = id;
-}
+} // namespace sorvel::modem

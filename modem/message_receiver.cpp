@@ -1,6 +1,7 @@
-#include "modem/dss.hpp"
+#include "modem/message_receiver.hpp"
+
 #include "modem/log.hpp"
-#include "modem/parts.hpp"
+#include "modem/protocols.hpp"
 
 #include <cmath>
 #include <numbers>
@@ -18,7 +19,9 @@
 // samples, but a message takes as many times fewer frames. Where they do not fit all the same, the samples
 // are kept, and each chunk is summed up and transformed anew.
 
-using sorvel::detail::logLine;
+namespace sorvel::modem {
+
+using detail::logLine;
 
 namespace {
 
@@ -27,7 +30,7 @@ constexpr int kTonesPerNibble = 16;
 constexpr int kTonesPerByte = 2 * kTonesPerNibble;
 constexpr int kToneSums = 2 * kTonesPerByte; // real parts, then imaginary parts
 constexpr int kLongestCoded = GGWave::kDefaultEncodedDataOffset + GGWave::kMaxLengthVariable +
-                              sorvel::modem::eccBytes(GGWave::kMaxLengthVariable); // bytes
+                              eccBytes(GGWave::kMaxLengthVariable); // bytes
 
 enum class Marker { None, Start, End };
 
@@ -71,65 +74,80 @@ int framesOf(const GGWave::Protocol& protocol, int bytes) {
 
 // Recording
 
-void GGWave::Parts::decode_variable() {
-    const auto frame = m_sampleAmplitude.span().first(static_cast<std::size_t>(m_settings.samplesPerFrame));
-    std::copy(frame.begin(), frame.end(), m_spectrumHistory[m_historyRow].begin());
-    m_historyRow = (m_historyRow + 1) % m_spectrumHistory.rows();
+void MessageReceiver::place(Layout& layout) {
+    const std::int64_t spf = m_settings.samplesPerFrame;
+    layout.place(m_recordedAmplitude, GGWave::kMaxRecordedFrames * spf);
+    layout.place(m_average, spf);
+    layout.place(m_history, GGWave::kMaxSpectrumHistory, spf);
+}
 
-    if (m_historyRow == 0 || m_rxReceiving) analyseAverage();
+void MessageReceiver::hear(std::span<const float> frame, const Protocols& protocols, Reception& reception) {
+    std::copy(frame.begin(), frame.end(), m_history[m_row].begin());
+    m_row = (m_row + 1) % m_history.rows();
+
+    if (m_row == 0 || m_isReceiving) analyseAverage();
     if (m_framesLeftToRecord > 0) {
         record(frame);
-        if (--m_framesLeftToRecord < 1) m_rxAnalyzing = true;
+        if (--m_framesLeftToRecord < 1) m_isAnalyzing = true;
     }
-    if (m_rxAnalyzing) analyseRecording();
-    searchMarkers();
+    if (m_isAnalyzing) analyseRecording(protocols, reception);
+    searchMarkers(protocols, reception);
+}
+
+bool MessageReceiver::stopReceiving() {
+    const bool wasReceiving = m_isReceiving;
+    m_isReceiving = false;
+    return wasReceiving;
+}
+
+void MessageReceiver::forget() {
+    m_isReceiving = m_isAnalyzing = false;
+    m_framesToAnalyze = m_framesLeftToAnalyze = m_framesToRecord = m_framesLeftToRecord = 0;
+    m_history.zero();
 }
 
 /// Spectrum of the mean of the last frames: markers stay the same from frame to frame, most else averages
 /// out.
-void GGWave::Parts::analyseAverage() {
-    m_hasNewSpectrum = true;
-    for (int i = 0; i < m_settings.samplesPerFrame; ++i) {
+void MessageReceiver::analyseAverage() {
+    for (int i = 0; i < m_average.size(); ++i) {
         float sum = 0.0F;
-        for (int row = 0; row < m_spectrumHistory.rows(); ++row) sum += m_spectrumHistory[row][i];
-        m_spectrumAverage[i] = 0.25F * sum;
+        for (int row = 0; row < m_history.rows(); ++row) sum += m_history[row][i];
+        m_average[i] = 0.25F * sum;
     }
-    analyseFrame(m_spectrumAverage.span());
+    m_spectrum.analyse(m_average.span());
 }
 
-void GGWave::Parts::searchMarkers() {
-    for (const Protocol& protocol : m_rxProtocols) {
+void MessageReceiver::searchMarkers(const Protocols& protocols, Reception& reception) {
+    for (const Protocol& protocol : protocols) {
         if (!protocol.enabled) continue;
         const Marker marker =
-            markerAt(m_sampleSpectrum.span(), protocol.freqStart, m_settings.soundMarkerThreshold);
+            markerAt(m_spectrum.power().span(), protocol.freqStart, m_settings.soundMarkerThreshold);
         if (marker == Marker::None) continue;
-        if (marker == Marker::Start && !m_rxReceiving) startRecording(protocol.freqStart);
-        if (marker == Marker::End && m_rxReceiving) endRecording();
+        if (marker == Marker::Start && !m_isReceiving) {
+            reception.data.zero();
+            startRecording(protocol.freqStart, protocols);
+        }
+        if (marker == Marker::End && m_isReceiving) endRecording();
         return;
     }
-    m_markersSeen = 0;
 }
 
-void GGWave::Parts::startRecording(int freqStart) {
+void MessageReceiver::startRecording(int freqStart, const Protocols& protocols) {
     logLine("Receiving sound data ...\n");
-    m_rxReceiving = true;
-    m_rxData.zero();
+    m_isReceiving = true;
     m_markerFreqStart = freqStart;
-    const int chunks = 1 + (kLongestCoded - m_settings.lengthBytes) /
-                               std::max(1, sorvel::modem::minBytesPerTx(m_rxProtocols));
-    const int frames =
-        sorvel::modem::maxFramesPerTx(m_rxProtocols, true) * chunks + 2 * m_settings.markerFrames;
-    m_framesToRecord = m_framesLeftToRecord = std::min(frames, kMaxRecordedFrames); // rows there are
+    const int chunks = 1 + (kLongestCoded - m_settings.lengthBytes) / std::max(1, minBytesPerTx(protocols));
+    const int frames = maxFramesPerTx(protocols, true) * chunks + 2 * m_settings.markerFrames;
+    m_framesToRecord = m_framesLeftToRecord = std::min(frames, GGWave::kMaxRecordedFrames); // rows there are
     m_recordingFrames = m_framesToRecord;
     m_framesRecorded = 0;
-    m_markersSeen = 0;
-    chooseRecording();
+    chooseRecording(protocols);
 }
 
 /// Keeps tones if the longest message of every protocol that may follow fits as such.
-void GGWave::Parts::chooseRecording() {
+void MessageReceiver::chooseRecording(const Protocols& protocols) {
     int bytes = 1, frames = 0;
-    for (const Protocol& protocol : m_rxProtocols) {
+    for (const Protocol& protocol : protocols) {
         if (!isAnalysed(protocol)) continue;
         bytes = std::max<int>(bytes, protocol.bytesPerTx);
         frames = std::max(frames, framesOf(protocol, kLongestCoded) + 2 * m_settings.markerFrames);
@@ -143,17 +161,15 @@ void GGWave::Parts::chooseRecording() {
         arePlainTones && frames <= room && m_settings.samplesPerFrame % kAlignmentsPerFrame == 0 ? bytes : 0;
 }
 
-void GGWave::Parts::endRecording() {
-    ++m_markersSeen;
+void MessageReceiver::endRecording() {
     if (m_framesToRecord < 2) return;
     m_recordingFrames = m_framesToRecord - m_framesLeftToRecord + 1;
     logLine("Received end marker. Frames left = %d, recorded = %d\n", m_framesLeftToRecord,
             m_recordingFrames);
-    m_markersSeen = 0;
     m_framesLeftToRecord = 1;
 }
 
-void GGWave::Parts::record(std::span<const float> frame) {
+void MessageReceiver::record(std::span<const float> frame) {
     const int frameSize =
         m_recordedBytes > 0 ? kAlignmentsPerFrame * kToneSums * m_recordedBytes : m_settings.samplesPerFrame;
     if (m_framesRecorded >= m_recordedAmplitude.size() / frameSize)
@@ -165,7 +181,7 @@ void GGWave::Parts::record(std::span<const float> frame) {
 
 /// Continues the running sums of the 32 tones of byte `byte` of a chunk, sixteenth by sixteenth. Tones turn
 /// by a whole number of cycles in a frame, so that every frame starts at phase 0.
-void GGWave::Parts::recordTones(std::span<const float> frame, int byte, float* dst) {
+void MessageReceiver::recordTones(std::span<const float> frame, int byte, float* dst) {
     using Tones = std::array<float, kTonesPerByte>;
     const double turn = 2.0 * std::numbers::pi;
     const std::size_t samples = frame.size() / kAlignmentsPerFrame;
@@ -206,35 +222,36 @@ void GGWave::Parts::recordTones(std::span<const float> frame, int byte, float* d
 
 // Analysis
 
-bool GGWave::Parts::isAnalysed(const Protocol& protocol) const {
+bool MessageReceiver::isAnalysed(const Protocol& protocol) const {
     return protocol.enabled && protocol.extra == 1 && protocol.framesPerTx > 0 && protocol.bytesPerTx > 0 &&
            protocol.freqStart == m_markerFreqStart;
 }
 
-void GGWave::Parts::analyseRecording() {
+void MessageReceiver::analyseRecording(const Protocols& protocols, Reception& reception) {
     logLine("Analyzing captured data ..\n");
-    bool isDecoded = false;
-    for (ggwave_ProtocolId id = 0; id < GGWAVE_PROTOCOL_COUNT && !isDecoded; ++id) {
-        if (!isAnalysed(m_rxProtocols[static_cast<std::size_t>(id)])) continue;
-        m_sampleSpectrum.zero();
+    int length = 0;
+    for (ggwave_ProtocolId id = 0; id < GGWAVE_PROTOCOL_COUNT && length == 0; ++id) {
+        const Protocol& protocol = protocols[static_cast<std::size_t>(id)];
+        if (!isAnalysed(protocol)) continue;
+        m_spectrum.forget();
         m_framesToAnalyze = m_framesLeftToAnalyze = m_settings.markerFrames * kAlignmentsPerFrame;
-        for (int alignment = m_framesToAnalyze - 1; alignment >= 0 && !isDecoded;
+        for (int alignment = m_framesToAnalyze - 1; alignment >= 0 && length == 0;
              --alignment, --m_framesLeftToAnalyze) {
             if (alignment + 1 > kAlignmentsPerFrame * m_recordingFrames) continue;
-            isDecoded = decodeAt(id, alignment);
+            length = decodeAt(protocol, alignment, reception.data.span());
         }
+        if (length > 0) reception.deliver(length, protocols, id, m_settings.isSpread);
     }
-    m_framesToRecord = isDecoded ? 0 : -1;
-    if (!isDecoded) m_rxDataLength = -1;
-    m_rxReceiving = m_rxAnalyzing = false;
-    m_sampleSpectrum.zero();
+    m_framesToRecord = length > 0 ? 0 : -1;
+    if (length == 0) reception.length = -1;
+    m_isReceiving = m_isAnalyzing = false;
+    m_spectrum.forget();
     m_framesToAnalyze = m_framesLeftToAnalyze = 0;
 }
 
 /// Decodes the recording with the first chunk at `alignment` sixteenths of a frame. The length comes first:
-/// most alignments end with it.
-bool GGWave::Parts::decodeAt(ggwave_ProtocolId id, int alignment) {
-    const Protocol& protocol = m_rxProtocols[static_cast<std::size_t>(id)];
+/// most alignments end with it. Answers the payload's length, 0 if there is none.
+int MessageReceiver::decodeAt(const Protocol& protocol, int alignment, std::span<std::uint8_t> payload) {
     const int bytesPerTx = protocol.bytesPerTx;
     const std::span<std::uint8_t> word = m_coding.word();
     std::fill(word.begin(), word.end(), std::uint8_t{0});
@@ -247,40 +264,38 @@ bool GGWave::Parts::decodeAt(ggwave_ProtocolId id, int alignment) {
         decodeChunk(protocol, position, word.data() + chunk * bytesPerTx);
 
         if (length == 0 && (chunk + 1) * bytesPerTx >= m_settings.lengthBytes) {
-            length = decodeLength(protocol);
-            if (length == 0) return false;
-            bytes = m_settings.lengthBytes + length + getECCBytesForLength(length);
+            length = decodeLength(protocol, payload);
+            if (length == 0) return 0;
+            bytes = m_settings.lengthBytes + length + eccBytes(length);
         }
     }
-    if (length == 0) return false;
-    if (!m_coding.decodePayload(length, m_rxData.span())) return false;
-    deliver(id, length);
-    return true;
+    return length > 0 && m_coding.decodePayload(length, payload) ? length : 0;
 }
 
 /// The announced length; 0 unless it is one that fits the recording, markers at most included.
-int GGWave::Parts::decodeLength(const Protocol& protocol) {
-    const int length = m_coding.decodeLength(m_rxData.span());
-    if (length < 1 || length > kMaxLengthVariable) return 0;
-    const int frames = framesOf(protocol, m_settings.lengthBytes + length + getECCBytesForLength(length));
+int MessageReceiver::decodeLength(const Protocol& protocol, std::span<std::uint8_t> payload) {
+    const int length = m_coding.decodeLength(payload);
+    if (length < 1 || length > GGWave::kMaxLengthVariable) return 0;
+    const int frames = framesOf(protocol, m_settings.lengthBytes + length + eccBytes(length));
     return m_recordingFrames >= frames && m_recordingFrames <= frames + 2 * m_settings.markerFrames ? length
                                                                                                     : 0;
 }
 
 /// Reads one chunk of bytes at `position` sixteenths of a frame; what lies behind the recording is silence.
-void GGWave::Parts::decodeChunk(const Protocol& protocol, int position, std::uint8_t* dst) {
+void MessageReceiver::decodeChunk(const Protocol& protocol, int position, std::uint8_t* dst) {
     const int recorded = std::max(position, m_framesRecorded * kAlignmentsPerFrame);
     const int end = std::min(position + protocol.framesPerTx * kAlignmentsPerFrame, recorded);
     const float* const recording = m_recordedAmplitude.data();
     if (m_recordedBytes == 0) {
-        m_fftOut.zero(m_settings.samplesPerFrame);
+        const std::span<float> sums = m_spectrum.samples();
+        std::fill(sums.begin(), sums.end(), 0.0F);
         const int samplesEnd = end * m_settings.samplesPerFrame / kAlignmentsPerFrame;
         for (int at = position * m_settings.samplesPerFrame / kAlignmentsPerFrame; at < samplesEnd;
              at += m_settings.samplesPerFrame) {
             const int samples = std::min(m_settings.samplesPerFrame, samplesEnd - at);
-            for (int i = 0; i < samples; ++i) m_fftOut[i] += recording[at + i];
+            for (int i = 0; i < samples; ++i) sums[static_cast<std::size_t>(i)] += recording[at + i];
         }
-        powerSpectrum();
+        m_spectrum.analyseSamples();
     } else if (end > position) {
         constexpr std::array<float, kToneSums> kNothing{};
         const std::ptrdiff_t stride = std::ptrdiff_t{kToneSums} * m_recordedBytes;
@@ -288,7 +303,7 @@ void GGWave::Parts::decodeChunk(const Protocol& protocol, int position, std::uin
             const float* const after = recording + (end - 1) * stride + j * kToneSums;
             const float* const before =
                 position > 0 ? recording + (position - 1) * stride + j * kToneSums : kNothing.data();
-            float* const power = m_sampleSpectrum.data() + m_markerFreqStart + kTonesPerByte * j;
+            float* const power = m_spectrum.power().data() + m_markerFreqStart + kTonesPerByte * j;
             for (int q = 0; q < kTonesPerByte; ++q) {
                 const float re = after[q] - before[q],
                             im = after[q + kTonesPerByte] - before[q + kTonesPerByte];
@@ -296,12 +311,14 @@ void GGWave::Parts::decodeChunk(const Protocol& protocol, int position, std::uin
             }
         }
     } else {
-        m_sampleSpectrum.zero();
+        m_spectrum.power().zero();
     }
-    const std::span spectrum = m_sampleSpectrum.span();
+    const std::span spectrum = m_spectrum.power().span();
     for (int j = 0; j < protocol.bytesPerTx; ++j) {
         const int base = protocol.freqStart + kTonesPerByte * j;
         dst[j] = static_cast<std::uint8_t>(loudestTone(spectrum, base) |
                                            loudestTone(spectrum, base + kTonesPerNibble) << 4);
     }
 }
+
+} // namespace sorvel::modem
