@@ -1,48 +1,61 @@
 #include "modem/fixed_receiver.hpp"
 
 #include "modem/protocols.hpp"
+#include "modem/target_clones.hpp"
 
 namespace sorvel::modem {
 
 namespace {
 
 constexpr int kTonesPerNibble = 16;
-constexpr double kNibblesNeeded = 0.75; // share of the nibbles that must have won their chunk
 
-/// The power relative to `scale`, rounded half away from zero, 0 to 255. Not a number is silence.
-std::uint8_t quantised(float power, float scale) {
-    const float value = scale * power;
-    if (!(value >= 0.5F)) return 0;
-    // Exact for these values, and vectorised where lround is a call.
-    // NOLINTNEXTLINE(bugprone-incorrect-roundings)
-    return value >= 254.5F ? 255 : static_cast<std::uint8_t>(value + 0.5F);
+/// The largest of the powers, 0 if none is above it; what is not a number does not count.
+SORVEL_TARGET_CLONES float loudestPower(std::span<const float> power) {
+    constexpr std::size_t kLanes = 16; // side by side, so that the comparisons do not wait for each other
+    std::array<float, kLanes> most{};
+    std::size_t i = 0;
+    for (; i + kLanes <= power.size(); i += kLanes) {
+        for (std::size_t lane = 0; lane < kLanes; ++lane)
+            most[lane] = power[i + lane] > most[lane] ? power[i + lane] : most[lane];
+    }
+    for (; i < power.size(); ++i) most[0] = power[i] > most[0] ? power[i] : most[0];
+    return *std::max_element(most.begin(), most.end());
+}
+
+/// Each power times `scale`, rounded half away from zero, 0 to 255. Not a number is silence.
+SORVEL_TARGET_CLONES void quantise(std::span<const float> power, float scale, std::uint8_t* levels) {
+    for (std::size_t i = 0; i < power.size(); ++i) {
+        const float value = scale * power[i];
+        const float audible = value >= 0.5F ? value + 0.5F : 0.0F; // rounds past no integer
+        levels[i] = static_cast<std::uint8_t>(static_cast<int>(audible < 255.0F ? audible : 255.0F));
+    }
 }
 
 /// Index of the largest of 16 bins from `base` on; of equal ones the last. Bins outside the row are silent.
 int loudestTone(std::span<const std::uint8_t> row, int base) {
-    int tone = 0;
-    std::uint8_t most = 0;
-    for (int t = 0; t < kTonesPerNibble; ++t) {
-        const auto bin = static_cast<std::size_t>(base + t);
-        const std::uint8_t level = bin < row.size() ? row[bin] : std::uint8_t{0};
-        if (level >= most) {
-            most = level;
-            tone = t;
+    const auto first = static_cast<std::size_t>(base);
+    int most = 0; // level and tone in one number, so that one comparison settles both
+    if (first + kTonesPerNibble <= row.size()) {
+        const std::uint8_t* const levels = row.data() + first;
+        for (int tone = 0; tone < kTonesPerNibble; ++tone)
+            most = std::max(most, levels[tone] * kTonesPerNibble + tone);
+    } else {
+        for (std::size_t tone = 0; tone < kTonesPerNibble; ++tone) {
+            const int level = first + tone < row.size() ? row[first + tone] : 0;
+            most = std::max(most, level * kTonesPerNibble + static_cast<int>(tone));
         }
     }
-    return tone;
+    return most % kTonesPerNibble;
 }
 
 struct Span {
     int bytes;  // payload and parity
-    int chunks; // steps of framesPerTx frames
-    int frames;
+    int frames; // of the whole transmission
 };
 
-Span spanOf(const GGWave::Protocol& protocol, int payloadLength) {
-    const int bytes = payloadLength + eccBytes(payloadLength);
-    const int chunks = protocol.extra * ((bytes + protocol.bytesPerTx - 1) / protocol.bytesPerTx);
-    return {bytes, chunks, chunks * protocol.framesPerTx};
+Span spanOf(const GGWave::Protocol& protocol, int codedBytes) {
+    const int groups = (codedBytes + protocol.bytesPerTx - 1) / protocol.bytesPerTx;
+    return {codedBytes, protocol.extra * groups * protocol.framesPerTx};
 }
 
 } // namespace
@@ -74,15 +87,12 @@ void FixedReceiver::hear(std::span<const float> power, const GGWave::Protocols& 
     }
 }
 
-/// Quantises a frame into the history.
+/// Quantises a frame into the history. The upper half of a row stays silent, as the spectrum's is.
 void FixedReceiver::remember(std::span<const float> power) {
-    float loudest = 0.0F;
-    for (auto i = static_cast<std::size_t>(std::max(1, m_firstBin)); i < power.size() / 2; ++i) {
-        if (power[i] > loudest) loudest = power[i];
-    }
-    const float scale = loudest == 0.0F ? 255.0F : 255.0F / loudest;
-    ggvector<std::uint8_t> row = m_history[m_row];
-    for (int i = 0; i < row.size(); ++i) row[i] = quantised(power[static_cast<std::size_t>(i)], scale);
+    const std::span<const float> bins = power.first(power.size() / 2);
+    const auto first = std::min(static_cast<std::size_t>(std::max(1, m_firstBin)), bins.size());
+    const float loudest = loudestPower(bins.subspan(first));
+    quantise(bins, loudest == 0.0F ? 255.0F : 255.0F / loudest, m_history[m_row].data());
     m_row = (m_row + 1) % m_history.rows();
 }
 
@@ -94,59 +104,49 @@ bool FixedReceiver::isSearchable(const GGWave::Protocol& protocol) const {
     if (protocol.framesPerTx < 1 || protocol.bytesPerTx < 1 || protocol.extra < 1 || protocol.extra > 2)
         return false;
     return 32 * protocol.bytesPerTx <= m_detectedTones.size() &&
-           spanOf(protocol, m_settings.payloadLength).frames <= m_history.rows();
+           spanOf(protocol, m_settings.codedBytes()).frames <= m_history.rows();
 }
 
 /// Fills m_detectedBins with the nibbles, low before high, of a transmission that ends at the newest frame.
+/// Those that no tone won are 0.
 ///
-/// @return whether enough of them are clear
+/// @return whether at least three quarters of them are clear; settled as soon as too many are not, so that a
+///         frame without a transmission costs little
 bool FixedReceiver::detectTones(const GGWave::Protocol& protocol) {
-    const Span span = spanOf(protocol, m_settings.payloadLength);
-    const int rows = m_history.rows();
-    const int majority = protocol.framesPerTx / 2;
-    int row = m_row - span.frames;
-    if (row < 0) row += rows;
+    const Span span = spanOf(protocol, m_settings.codedBytes());
+    const int start = m_row - span.frames + (m_row < span.frames ? m_history.rows() : 0);
+    const bool areTonesTogether = protocol.extra == 1;
 
     m_detectedBins.zero();
-    int detected = 0, total = 0;
-    for (int chunk = 0; chunk < span.chunks; ++chunk) {
-        const int firstByte = chunk / protocol.extra * protocol.bytesPerTx;
-        const int bytes = std::min<int>(protocol.bytesPerTx, span.bytes - firstByte);
-        if (chunk % protocol.extra == 0) m_detectedTones.zero(32 * protocol.bytesPerTx);
-        for (int frame = 0; frame < protocol.framesPerTx; ++frame) {
-            voteFrame(protocol, m_history[row].span(), chunk, bytes);
-            if (++row == rows) row = 0;
-        }
-        if (protocol.extra > 1 && chunk % protocol.extra == 0) continue; // the high nibbles are still to come
-
-        for (int b = 0; b < bytes; ++b) {
-            for (int nibble = 0; nibble < 2; ++nibble) {
-                const std::uint8_t* const votes = m_detectedTones.data() + 32 * b + kTonesPerNibble * nibble;
-                for (int tone = 0; tone < kTonesPerNibble; ++tone) {
-                    if (votes[tone] <= majority) continue;
-                    m_detectedBins[2 * (firstByte + b) + nibble] = static_cast<std::uint8_t>(tone);
-                    ++detected;
-                }
+    int missing = 0;
+    for (int byte = 0; byte < span.bytes; ++byte) {
+        const int frame = start + byte / protocol.bytesPerTx * protocol.extra * protocol.framesPerTx;
+        const int base = protocol.freqStart + 32 * (byte % protocol.bytesPerTx);
+        for (int nibble = 0; nibble < 2; ++nibble) {
+            // Both sound at once in bands of their own, or one after the other in the same band.
+            const int tone = areTonesTogether
+                                 ? wonTone(frame, protocol.framesPerTx, base + kTonesPerNibble * nibble)
+                                 : wonTone(frame + nibble * protocol.framesPerTx, protocol.framesPerTx, base);
+            if (tone != kNoTone) {
+                m_detectedBins[2 * byte + nibble] = static_cast<std::uint8_t>(tone);
+            } else if (4 * ++missing > 2 * span.bytes) {
+                return false;
             }
-            total += 2;
         }
     }
-    return total * kNibblesNeeded <= detected;
+    return true;
 }
 
-/// Adds one frame's loudest tones to the votes: both nibbles at once where tones sound together; otherwise
-/// low nibbles in the first step of a byte and high ones in its last, from the same bins.
-void FixedReceiver::voteFrame(const GGWave::Protocol& protocol, std::span<const std::uint8_t> row, int chunk,
-                              int bytes) {
-    const bool isLow = chunk % protocol.extra == 0;
-    const bool isHigh = (chunk + 1) % protocol.extra == 0;
-    for (int b = 0; b < bytes; ++b) {
-        const int base = protocol.freqStart + 32 * b;
-        const int low = loudestTone(row, base);
-        const int high = protocol.extra == 1 ? loudestTone(row, base + kTonesPerNibble) : low;
-        if (isLow) ++m_detectedTones[32 * b + low];
-        if (isHigh) ++m_detectedTones[32 * b + kTonesPerNibble + high];
+/// The tone of 16 from bin `base` on that is the loudest in more than half of `frames` rows from `first` on.
+int FixedReceiver::wonTone(int first, int frames, int base) const {
+    std::array<std::uint8_t, kTonesPerNibble> votes{};
+    int row = first % m_history.rows();
+    for (int i = 0; i < frames; ++i) {
+        const int tone = loudestTone(m_history[row].span(), base);
+        if (++votes[static_cast<std::size_t>(tone)] > frames / 2) return tone;
+        if (++row == m_history.rows()) row = 0;
     }
+    return kNoTone;
 }
 
 } // namespace sorvel::modem

@@ -27,15 +27,18 @@ private:
     void remember(std::span<const float> power);
     bool isSearchable(const GGWave::Protocol& protocol) const;
     bool detectTones(const GGWave::Protocol& protocol);
-    void voteFrame(const GGWave::Protocol& protocol, std::span<const std::uint8_t> row, int chunk, int bytes);
+    int wonTone(int first, int frames, int base) const;
+
+    static constexpr int kNoTone = -1;
 
     const Settings& m_settings;
     Coding& m_coding;
     int m_firstBin = 0; // bins below it do not count for a frame's loudest
     int m_row = 0;      // of m_history, written next
     // In the order of the working block
-    ggmatrix<std::uint8_t> m_history; // frame by bin, relative to the frame's loudest bin
-    ggvector<std::uint8_t> m_detectedBins, m_detectedTones;
+    ggmatrix<std::uint8_t> m_history;       // frame by bin, relative to the frame's loudest bin
+    ggvector<std::uint8_t> m_detectedBins;  // nibbles of the transmission, low before high
+    ggvector<std::uint8_t> m_detectedTones; // says what chunk the plan has room for
 };
 
 } // namespace sorvel::modem

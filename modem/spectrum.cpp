@@ -1,11 +1,22 @@
 #include "modem/spectrum.hpp"
 
 #include "modem/fft.h"
+#include "modem/target_clones.hpp"
 
 #include <cmath>
 #include <numbers>
 
 namespace sorvel::modem {
+
+namespace {
+
+SORVEL_TARGET_CLONES void squareMagnitudes(const float* pairs, std::span<float> power) {
+    // Fused: bins must compare alike on every processor.
+    for (std::size_t i = 0; i < power.size(); ++i)
+        power[i] = std::fma(pairs[2 * i], pairs[2 * i], pairs[2 * i + 1] * pairs[2 * i + 1]);
+}
+
+} // namespace
 
 void Spectrum::place(Layout& layout, int samplesPerFrame) {
     const int pairs = samplesPerFrame / 2;
@@ -23,11 +34,7 @@ std::span<const float> Spectrum::analyse(std::span<const float> frame) {
 
 std::span<const float> Spectrum::analyseSamples() {
     transform(m_fftOut.data());
-    const float* const out = m_fftOut.data();
-    for (int i = 0; i < m_power.size() / 2; ++i) {
-        // Fused: bins must compare alike on every processor.
-        m_power[i] = std::fma(out[2 * i], out[2 * i], out[2 * i + 1] * out[2 * i + 1]);
-    }
+    squareMagnitudes(m_fftOut.data(), m_power.span().first(m_power.span().size() / 2));
     return m_power.span();
 }
 
