@@ -3,6 +3,7 @@
 #include "modem/dss.hpp"
 #include "modem/log.hpp"
 #include "modem/protocols.hpp"
+#include "modem/target_clones.hpp"
 
 #include <cmath>
 #include <cstring>
@@ -37,6 +38,44 @@ struct Envelope {
         return 1.0F;
     }
 };
+
+/// sin(turn * i + phase) for every i, turns in radians. Angles add: of the samples 32 h + l, the sines of the
+/// 32 h and of the l suffice. In double, so that rounding to float hides the difference.
+SORVEL_TARGET_CLONES void fillSine(std::span<float> out, double turn, double phase) {
+    constexpr std::size_t kStep = 32;
+    std::array<double, kStep> sines{}, cosines{};
+    for (std::size_t l = 0; l < kStep; ++l) {
+        sines[l] = std::sin(turn * static_cast<double>(l));
+        cosines[l] = std::cos(turn * static_cast<double>(l));
+    }
+    for (std::size_t i = 0; i < out.size(); i += kStep) {
+        const double angle = turn * static_cast<double>(i) + phase;
+        const double sine = std::sin(angle), cosine = std::cos(angle);
+        const std::size_t count = std::min(kStep, out.size() - i);
+        for (std::size_t l = 0; l < count; ++l)
+            out[i + l] = static_cast<float>(sine * cosines[l] + cosine * sines[l]);
+    }
+}
+
+SORVEL_TARGET_CLONES void addSine(std::span<float> out, const float* sine, float volume,
+                                  const float* levels) {
+    for (std::size_t i = 0; i < out.size(); ++i) out[i] += volume * sine[i] * levels[i];
+}
+
+SORVEL_TARGET_CLONES void divide(std::span<float> out, float divisor) {
+    for (float& sample : out) sample /= divisor;
+}
+
+/// Truncated towards zero; keeps the low bits. Through int, so that +1.0 wraps everywhere: a direct
+/// conversion is undefined and saturates on some processors.
+template <class Sample>
+Sample stored(float x, float scale) {
+    return static_cast<Sample>(static_cast<int>(x * scale));
+}
+
+SORVEL_TARGET_CLONES void storeI16(std::span<const float> samples, short* out) {
+    for (std::size_t i = 0; i < samples.size(); ++i) out[i] = stored<short>(samples[i], 32768.0F);
+}
 
 } // namespace
 
@@ -255,13 +294,9 @@ void Transmitter::makeSines() {
         m_phaseOffsets[pair] = std::numbers::pi * pair / (8 * m_protocol.bytesPerTx);
         const auto low = static_cast<double>(bitFreq(m_protocol, pair, m_settings.hzPerBin));
         const double high = low + static_cast<double>(m_settings.hzPerBin);
-        ggvector<float> bit1 = m_bit1Amplitude[pair];
-        ggvector<float> bit0 = m_bit0Amplitude[pair];
-        for (int i = 0; i < m_settings.samplesPerFrame; ++i) {
-            const double turn = 2.0 * std::numbers::pi * i * perSample;
-            bit1[i] = static_cast<float>(std::sin(turn * (low * ratioPerHz) + m_phaseOffsets[pair]));
-            bit0[i] = static_cast<float>(std::sin(turn * (high * ratioPerHz) + m_phaseOffsets[pair]));
-        }
+        const double turn = 2.0 * std::numbers::pi * perSample * ratioPerHz;
+        fillSine(m_bit1Amplitude[pair].span(), turn * low, m_phaseOffsets[pair]);
+        fillSine(m_bit0Amplitude[pair].span(), turn * high, m_phaseOffsets[pair]);
     }
 }
 
@@ -273,13 +308,14 @@ void Transmitter::synthesizeFrame(const Frames& frames, int frame) {
     const bool isData = dataFrame >= 0 && dataFrame < data;
     const int frameInTone = dataFrame < 0 ? frame : isData ? dataFrame % frames.step : dataFrame - data;
     const Envelope envelope((isData ? frames.step : frames.marker) * spf);
+    std::array<float, GGWave::kMaxSamplesPerFrame> levels; // of the envelope, the same for every tone
+    for (int i = 0; i < spf; ++i) levels[static_cast<std::size_t>(i)] = envelope.at(frameInTone * spf + i);
 
     m_outputBlock.zero();
     int tones = 0;
     const auto addTone = [&](int tone) {
         const ggvector<float> sine = tone % 2 == 0 ? m_bit1Amplitude[tone / 2] : m_bit0Amplitude[tone / 2];
-        for (int i = 0; i < spf; ++i)
-            m_outputBlock[i] += m_sendVolume * sine[i] * envelope.at(frameInTone * spf + i);
+        addSine(m_outputBlock.span(), sine.data(), m_sendVolume, levels.data());
         ++tones;
     };
     if (isData) {
@@ -290,8 +326,7 @@ void Transmitter::synthesizeFrame(const Frames& frames, int frame) {
     } else {
         for (int bit = 0; bit < GGWave::kBitsInMarker; ++bit) addTone(markerTone(bit, dataFrame < 0));
     }
-    const float share = static_cast<float>(std::max(1, tones));
-    for (float& sample : m_outputBlock) sample /= share;
+    divide(m_outputBlock.span(), static_cast<float>(std::max(1, tones)));
 }
 
 bool Transmitter::makeWaveform(const Frames& frames) {
@@ -318,31 +353,29 @@ bool Transmitter::makeWaveform(const Frames& frames) {
 /// Converts to 16 bits and to the playback format behind the `total` samples made so far.
 bool Transmitter::append(std::span<const float> samples, int& total) {
     if (static_cast<int>(samples.size()) > m_outputBlockI16.size() - total) return false;
-    std::uint8_t* const raw = m_outputBlockTmp.data();
-    for (const float x : samples) {
-        // Through int, so that +1.0 wraps everywhere; a direct conversion is undefined and saturates on some
-        // processors.
-        m_outputBlockI16[total] = static_cast<short>(static_cast<int>(x * 32768.0F));
-        switch (m_settings.sampleFormatOut) {
-        case GGWAVE_SAMPLE_FORMAT_U8:
-            raw[total] = static_cast<std::uint8_t>(static_cast<int>((x + 1.0F) * 128.0F));
-            break;
-        case GGWAVE_SAMPLE_FORMAT_I8:
-            raw[total] = static_cast<std::uint8_t>(static_cast<int>(x * 128.0F));
-            break;
-        case GGWAVE_SAMPLE_FORMAT_U16: {
-            const auto value = static_cast<std::uint16_t>(static_cast<int>((x + 1.0F) * 32768.0F));
-            std::memcpy(raw + 2 * total, &value, sizeof value);
-            break;
+    storeI16(samples, m_outputBlockI16.data() + total);
+    std::uint8_t* const raw = m_outputBlockTmp.data() + total * sampleSize(m_settings.sampleFormatOut);
+    switch (m_settings.sampleFormatOut) {
+    case GGWAVE_SAMPLE_FORMAT_U8:
+        for (std::size_t i = 0; i < samples.size(); ++i)
+            raw[i] = stored<std::uint8_t>(samples[i] + 1.0F, 128.0F);
+        break;
+    case GGWAVE_SAMPLE_FORMAT_I8:
+        for (std::size_t i = 0; i < samples.size(); ++i) raw[i] = stored<std::uint8_t>(samples[i], 128.0F);
+        break;
+    case GGWAVE_SAMPLE_FORMAT_U16:
+        for (std::size_t i = 0; i < samples.size(); ++i) {
+            const auto value = stored<std::uint16_t>(samples[i] + 1.0F, 32768.0F);
+            std::memcpy(raw + 2 * i, &value, sizeof value);
         }
-        case GGWAVE_SAMPLE_FORMAT_F32:
-            std::memcpy(raw + 4 * total, &x, sizeof x);
-            break;
-        default:
-            break; // 16-bit playback is m_outputBlockI16 itself
-        }
-        ++total;
+        break;
+    case GGWAVE_SAMPLE_FORMAT_F32:
+        std::memcpy(raw, samples.data(), samples.size_bytes());
+        break;
+    default:
+        break; // 16-bit playback is m_outputBlockI16 itself
     }
+    total += static_cast<int>(samples.size());
     return true;
 }
 
