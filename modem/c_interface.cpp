@@ -120,8 +120,12 @@ int ggwave_decode(int id, const void* waveform, int waveformSize, void* payloadB
     std::array<char, encoding::kPayloadBytes> payload{};
     std::memcpy(payload.data(), data.data(), std::min(payload.size(), data.span().size()));
     const std::string text = encoding::extractStrings(payload.data());
-    if (payloadBuffer == nullptr || prefix == nullptr || !std::string_view(text).starts_with(prefix))
+    if (payloadBuffer == nullptr || prefix == nullptr) {
+        logLine("Error: no %s given for the received text\n",
+                prefix == nullptr ? "prefix" : "payload buffer");
         return -1;
+    }
+    if (!std::string_view(text).starts_with(prefix)) return -1;
     std::memcpy(payloadBuffer, text.data(), text.size());
     return static_cast<int>(text.size());
 }
@@ -135,7 +139,10 @@ int ggwave_ndecode(int id, const void* waveform, int waveformSize, void* payload
     if (length == 0) return payloadBufferSize < 0 ? -2 : 0;
     if (length < 0) return length;
     if (length > payloadBufferSize) return -2;
-    if (payloadBuffer == nullptr) return -1;
+    if (payloadBuffer == nullptr) {
+        logLine("Error: no payload buffer given for %d received bytes\n", length);
+        return -1;
+    }
     std::memcpy(payloadBuffer, data.data(), static_cast<std::size_t>(length));
     return length;
 }

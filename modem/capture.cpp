@@ -34,9 +34,6 @@ void Capture::place(Layout& layout) {
 }
 
 const char* Capture::obstacle() const {
-    const int spf = m_settings.samplesPerFrame;
-    if (spf < 2 || (spf & (spf - 1)) != 0)
-        return "Error: receiving needs a power of two from 2 on as samples per frame\n";
     if (!(m_settings.sampleRate > 0.0F) || !std::isfinite(m_settings.sampleRate))
         return "Error: the operating sample rate must be above 0 Hz and finite to receive\n";
     return nullptr;

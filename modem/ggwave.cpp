@@ -10,13 +10,14 @@
 // answers as an idle one does and refuses what needs one.
 
 using sorvel::detail::logLine;
+using sorvel::modem::Spectrum;
 
 namespace {
 
 constexpr const char* kTxDisabled = "Tx is disabled - cannot transmit data with this GGWave instance\n";
 constexpr const char* kRxDisabled = "Rx is disabled - cannot receive data with this GGWave instance\n";
-constexpr const char* kNoBlock =
-    "Error: this GGWave instance has no working memory - its preparation failed\n";
+constexpr const char* kNoBlock = "Error: this GGWave instance has no working memory - prepare it with other "
+                                 "parameters or with allocation\n";
 
 } // namespace
 
@@ -34,7 +35,7 @@ bool GGWave::init(int dataSize, const void* data, ggwave_ProtocolId protocolId, 
         return false;
     }
     if (m_parts == nullptr) {
-        logLine(kNoBlock);
+        logLine("%s", kNoBlock);
         return false;
     }
     if (dataSize > 0 && data == nullptr) {
@@ -45,7 +46,7 @@ bool GGWave::init(int dataSize, const void* data, ggwave_ProtocolId protocolId, 
         const std::span bytes(static_cast<const std::uint8_t*>(data), static_cast<std::size_t>(dataSize));
         if (!m_parts->transmitter.queue(bytes, m_txProtocols, protocolId, volume)) return false;
     } else if (dataSize != 0) {
-        logLine(kTxDisabled);
+        logLine("%s", kTxDisabled);
     }
     if (m_parts->settings.canReceive) {
         m_parts->capture.forget();
@@ -67,7 +68,7 @@ std::uint32_t GGWave::encodeSize_bytes() const {
 
 std::uint32_t GGWave::encode() {
     if ((m_parameters.operatingMode & GGWAVE_OPERATING_MODE_TX) == 0) {
-        logLine(kTxDisabled);
+        logLine("%s", kTxDisabled);
         return 0;
     }
     return m_parts == nullptr ? 0 : m_parts->transmitter.encode();
@@ -91,15 +92,17 @@ bool GGWave::txTakeAmplitudeI16(ggvector<short>& dst) {
 
 bool GGWave::decode(const void* data, unsigned int nBytes) {
     if ((m_parameters.operatingMode & GGWAVE_OPERATING_MODE_RX) == 0) {
-        logLine(kRxDisabled);
+        logLine("%s", kRxDisabled);
         return false;
     }
     if (m_parts == nullptr) {
-        logLine(kNoBlock);
+        logLine("%s", kNoBlock);
         return false;
     }
-    const char* const obstacle =
-        m_parts->transmitter.hasData() ? "Cannot decode while transmitting\n" : m_parts->capture.obstacle();
+    const char* obstacle = m_parts->capture.obstacle();
+    if (!Spectrum::canTransform(samplesPerFrame()))
+        obstacle = "Error: receiving needs a power of two from 2 on as samples per frame\n";
+    if (m_parts->transmitter.hasData()) obstacle = "Cannot decode while transmitting\n";
     if (obstacle != nullptr) {
         logLine("%s", obstacle);
         return false;
@@ -193,7 +196,11 @@ bool GGWave::computeFFTR(const float* src, float* dst, int N) {
         return false;
     }
     if (m_parts == nullptr || !m_parts->settings.canReceive) {
-        logLine(kRxDisabled);
+        logLine("%s", m_parts == nullptr ? kNoBlock : kRxDisabled);
+        return false;
+    }
+    if (!Spectrum::canTransform(N)) {
+        logLine("computeFFTR: N (%d) must be a power of two from 2 on\n", N);
         return false;
     }
     std::copy_n(src, N, dst);

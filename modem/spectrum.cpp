@@ -45,7 +45,7 @@ bool Spectrum::takeNews() {
 }
 
 bool Spectrum::transform(float* frame) {
-    if (m_fftWorkI.size() == 0) return false;
+    if (m_fftWorkI.size() == 0 || !canTransform(m_power.size())) return false;
     rdft(m_power.size(), 1, frame, m_fftWorkI.data(), m_fftWorkF.data());
     return true;
 }
@@ -56,6 +56,7 @@ int GGWave::computeFFTR(const float* src, float* dst, int N, int* wi, float* wf)
     if (wi == nullptr) return 2 * N;
     const int pairs = N / 2;
     if (wf == nullptr) return static_cast<int>(std::sqrt(static_cast<double>(pairs)) + 3.0);
+    if (!sorvel::modem::Spectrum::canTransform(N)) return 0;
     std::copy_n(src, N, dst);
     rdft(N, 1, dst, wi, wf);
     return 1;

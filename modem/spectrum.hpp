@@ -24,7 +24,9 @@ public:
     bool takeNews();
     void forget() { m_power.zero(); }
 
-    /// Transforms a frame in place; false without work arrays.
+    /// Powers of two from 2 on.
+    static constexpr bool canTransform(int samples) { return samples >= 2 && (samples & (samples - 1)) == 0; }
+    /// Transforms a frame in place; false without work arrays, or for frames that cannot be.
     bool transform(float* frame);
 
 private:

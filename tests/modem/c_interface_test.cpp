@@ -156,6 +156,17 @@ TEST_F(Instances, DecodeRawBytesIntoABufferOfTheirSize) {
                   result);
         EXPECT_EQ(buffer.substr(0, 13), result == 13 ? payload : std::string(13, '?'));
     }
+    // Nowhere to put it: one line, and it is gone as in every other case.
+    LogCapture log;
+    char buffer[16];
+    const std::string text = packed("acme");
+    EXPECT_EQ(heard(text, [](int id, auto* s, int n) { return ggwave_ndecode(id, s, n, nullptr, 256); }), -1);
+    EXPECT_EQ(heard(text, [](int id, auto* s, int n) { return ggwave_decode(id, s, n, nullptr, ""); }), -1);
+    EXPECT_EQ(heard(text, [&](int id, auto* s, int n) { return ggwave_decode(id, s, n, buffer, nullptr); }),
+              -1);
+    EXPECT_EQ(log.take(), "Error: no payload buffer given for 13 received bytes\n"
+                          "Error: no payload buffer given for the received text\n"
+                          "Error: no prefix given for the received text\n");
     const int id = ggwave_init(fixedLength());
     char none = 0;
     EXPECT_EQ(ggwave_ndecode(id, nullptr, 0, &none, -1), -2);

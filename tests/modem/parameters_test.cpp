@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 #include <limits>
 
+using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -136,8 +138,12 @@ TEST(Preparation, AcceptsTheLimits) {
     ggwave_Parameters parameters = fixedLength(182);
     parameters.operatingMode = GGWAVE_OPERATING_MODE_TX;
     EXPECT_GT(GGWave(parameters).heapSize(), 0);
-    EXPECT_TRUE(GGWave(fixedLength()).prepare(fixedLength(), false));
+    GGWave judged(fixedLength());
+    EXPECT_TRUE(judged.prepare(fixedLength(), false)); // which leaves no block, and is no failure
     EXPECT_EQ(log.take(), "");
+    const float sample = 0;
+    EXPECT_FALSE(judged.decode(&sample, sizeof sample));
+    EXPECT_THAT(log.take(), AllOf(HasSubstr("no working memory"), Not(HasSubstr("failed"))));
 }
 
 TEST(Preparation, MeasuresWhatItPlaces) {

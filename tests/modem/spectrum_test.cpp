@@ -77,6 +77,13 @@ TEST(ComputeFFTR, TransformsFramesOfTheInstanceAndOthersWithTheCallersArrays) {
     EXPECT_FALSE(modem.computeFFTR(frame.data(), theirs.data(), 512));
     EXPECT_EQ(log.take(), "computeFFTR: N (512) must be equal to 'samplesPerFrame' 1024\n");
     EXPECT_EQ(mine, theirs);
+    for (const int n : {1000, 3, 1, 0, -4}) // no power of two from 2 on: said so, and left alone
+        EXPECT_EQ(GGWave::computeFFTR(frame.data(), theirs.data(), n, wi.data(), wf.data()), 0) << n;
+    ggwave_Parameters odd = fixedLength();
+    odd.samplesPerFrame = 1000;
+    EXPECT_FALSE(GGWave(odd).computeFFTR(frame.data(), theirs.data(), 1000));
+    EXPECT_EQ(log.take(), "computeFFTR: N (1000) must be a power of two from 2 on\n");
+    EXPECT_EQ(mine, theirs);
     EXPECT_EQ(GGWave::computeFFTR(nullptr, nullptr, 1024, nullptr, nullptr), 2048);
     EXPECT_EQ(GGWave::computeFFTR(nullptr, nullptr, 1024, wi.data(), nullptr), 25);
 }
