@@ -22,15 +22,6 @@ SORVEL_TARGET_CLONES float loudestPower(std::span<const float> power) {
     return *std::max_element(most.begin(), most.end());
 }
 
-/// Each power times `scale`, rounded half away from zero, 0 to 255. Not a number is silence.
-SORVEL_TARGET_CLONES void quantise(std::span<const float> power, float scale, std::uint8_t* levels) {
-    for (std::size_t i = 0; i < power.size(); ++i) {
-        const float value = scale * power[i];
-        const float audible = value >= 0.5F ? value + 0.5F : 0.0F; // rounds past no integer
-        levels[i] = static_cast<std::uint8_t>(static_cast<int>(audible < 255.0F ? audible : 255.0F));
-    }
-}
-
 /// Index of the largest of 16 bins from `base` on; of equal ones the last. Bins outside the row are silent.
 int loudestTone(std::span<const std::uint8_t> row, int base) {
     const auto first = static_cast<std::size_t>(base);
@@ -59,6 +50,14 @@ Span spanOf(const GGWave::Protocol& protocol, int codedBytes) {
 }
 
 } // namespace
+
+SORVEL_TARGET_CLONES void quantise(std::span<const float> power, float scale, std::uint8_t* levels) {
+    for (std::size_t i = 0; i < power.size(); ++i) {
+        const float value = scale * power[i];
+        const float audible = value >= 0.5F ? value + 0.5F : 0.0F; // rounds past no integer
+        levels[i] = static_cast<std::uint8_t>(static_cast<int>(audible < 255.0F ? audible : 255.0F));
+    }
+}
 
 void FixedReceiver::place(Layout& layout, const GGWave::Protocols& protocols) {
     m_firstBin = minFreqStart(protocols, m_settings.samplesPerFrame);

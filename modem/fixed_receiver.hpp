@@ -7,6 +7,9 @@
 
 namespace sorvel::modem {
 
+/// Each power times `scale`, rounded half away from zero, 0 to 255. What is not a number is silence.
+void quantise(std::span<const float> power, float scale, std::uint8_t* levels);
+
 /// Such payloads carry no markers. After every frame the receiver looks at the last frames that a whole
 /// transmission would span, takes the loudest tone of each group of 16 bins in each frame, and lets the
 /// frames of a chunk vote. Only when enough nibbles won a majority is the error correction asked.

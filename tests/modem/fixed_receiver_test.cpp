@@ -1,4 +1,6 @@
+#include "modem/fixed_receiver.hpp"
 #include "tests/support/allocation_count.hpp"
+#include "tests/support/literal_fixed_receiver.hpp"
 #include "tests/support/log_capture.hpp"
 #include "tests/support/transmissions.hpp"
 #include "tools/simulated_air.hpp"
@@ -148,8 +150,10 @@ TEST(Receiving, AtTheOperatingRateOnlyWholeFramesCount) {
 TEST(Receiving, NeedsThreeQuartersOfTheNibbles) {
     // All zero, so that missing nibbles, which count as zero, are right and only the gate decides. A nibble
     // goes missing when each of its nine frames sounds another tone.
-    const auto heardWithout = [](int nibbles) {
-        Samples sound = transmission(std::string(13, '\0'));
+    const auto heardWithout = [](int nibbles, std::size_t payloadLength) {
+        const std::string payload(payloadLength, '\0');
+        const ggwave_Parameters parameters = fixedLength(static_cast<int>(payloadLength));
+        Samples sound = transmission(payload, parameters);
         for (std::size_t i = 0; i < static_cast<std::size_t>((nibbles + 1) / 2) * 9 * kFrame; ++i) {
             const double frame = static_cast<double>(i / kFrame % 9);
             const bool isLastHalf =
@@ -158,11 +162,58 @@ TEST(Receiving, NeedsThreeQuartersOfTheNibbles) {
             sound[i] = static_cast<float>(0.25 * std::sin(turn * (384 + frame)) +
                                           0.25 * std::sin(turn * (isLastHalf ? 400 : 400 + frame)));
         }
-        const auto heard = received(fixedLength(), sound);
-        return std::count(heard.begin(), heard.end(), std::string(13, '\0')) > 0;
+        const auto heard = received(parameters, sound);
+        return std::count(heard.begin(), heard.end(), payload) > 0;
     };
-    EXPECT_TRUE(heardWithout(8));
-    EXPECT_FALSE(heardWithout(9));
+    for (const std::size_t length : {13U, 12U}) { // of 32 nibbles 24 are three quarters to the letter
+        EXPECT_TRUE(heardWithout(8, length)) << length;
+        EXPECT_FALSE(heardWithout(9, length)) << length;
+    }
+}
+
+TEST(Receiving, HearsATextFarBelowSoundOutsideTheBand) {
+    Samples sound = silence(5000) + transmission(kPayload) + kTail;
+    sound.resize(sound.size() / kFrame * kFrame);
+    for (std::size_t i = 0; i < sound.size(); ++i)
+        sound[i] = 0.1F * sound[i] + 0.9F * std::sin(static_cast<float>(2 * std::numbers::pi * 300 / 48000) *
+                                                     static_cast<float>(i));
+    EXPECT_THAT(received(fixedLength(), sound), Contains(kPayload));
+}
+
+TEST(Receiving, StartsOverWithInitAndWithASecondPreparation) {
+    const Bytes sound = stored(transmission(kPayload) + kTail, GGWAVE_SAMPLE_FORMAT_F32);
+    const auto cut = std::span(sound).first(140 * kFrame * sizeof(float));
+    const auto rest = std::span(sound).subspan(cut.size());
+    GGWave modem(fixedLength());
+    EXPECT_THAT(received(modem, cut, kFrame), IsEmpty());
+    EXPECT_TRUE(modem.init(0, nullptr, 0, 100));
+    EXPECT_THAT(received(modem, rest, kFrame), IsEmpty());
+    EXPECT_THAT(received(modem, sound, kFrame), Contains(kPayload));
+
+    // From 153 rows of history to 27, and with what the tables say now.
+    ggwave_rxToggleProtocol(12, 0);
+    EXPECT_TRUE(modem.prepare(fixedLength(1)));
+    ggwave_rxToggleProtocol(12, 1);
+    EXPECT_FALSE(modem.rxProtocols()[12].enabled);
+    EXPECT_EQ(modem.rxProtocolId(), 22);
+    EXPECT_TRUE(modem.prepare(fixedLength(1)));
+    const Bytes one = stored(transmission("x", fixedLength(1)) + kTail, GGWAVE_SAMPLE_FORMAT_F32);
+    EXPECT_THAT(received(modem, one, kFrame), Contains("x"));
+}
+
+TEST(Receiving, RoundsHalvesAwayFromZeroInTheHistory) {
+    Samples power{0.49999997F, 0.5F, 254.49998F, 254.5F, 1e30F, INFINITY, NAN, -3.0F, 1e-42F};
+    std::vector<int> expected{0, 1, 254, 255, 255, 255, 0, 0, 0};
+    for (int k = 0; k < 255; ++k) {
+        const float half = static_cast<float>(k) + 0.5F;
+        for (const float x : {half, std::nextafter(half, 0.0F), std::nextafter(half, 999.0F)}) {
+            power.push_back(x);
+            expected.push_back(static_cast<int>(std::round(x)));
+        }
+    }
+    std::vector<std::uint8_t> levels(power.size());
+    sorvel::modem::quantise(power, 1.0F, levels.data());
+    EXPECT_EQ(std::vector<int>(levels.begin(), levels.end()), expected);
 }
 
 TEST(Receiving, SpreadsAndUnspreadsWithDss) {
@@ -213,6 +264,59 @@ TEST_F(ReceivingOtherProtocols, PrefersTheLowerIdWhereTwoMatch) {
                               .enabled = true};
     EXPECT_THAT(received(modem, stored(silence(50 * kFrame), 5), kFrame),
                 IsEmpty()); // beyond the plan: not searched for
+}
+
+TEST_F(ReceivingOtherProtocols, AgreesWithTheLiteralForm) {
+    // Up to three rows at a time, overlapping and beyond the band, in noise at which some are lost.
+    std::mt19937 generator(41);
+    const auto pick = [&generator](int least, int most) {
+        return least + static_cast<int>(generator() % static_cast<unsigned>(most - least + 1));
+    };
+    int heard = 0, lost = 0;
+    for (int trial = 0; trial < 40; ++trial) {
+        const int spf = 256 << trial % 3, length = pick(1, 20);
+        GGWave::Protocols::rx().disableAll();
+        GGWave::Protocols::tx().disableAll();
+        std::vector<int> ids;
+        for (int i = 0; i < pick(1, 3); ++i) {
+            ids.push_back(pick(0, 21));
+            add(ids.back(), {.name = "any",
+                             .freqStart = static_cast<std::int16_t>(pick(0, spf / 2)),
+                             .framesPerTx = static_cast<std::int8_t>(pick(1, 6)),
+                             .bytesPerTx = static_cast<std::int8_t>(pick(1, 4)),
+                             .extra = static_cast<std::int8_t>(pick(1, 2))});
+        }
+        ggwave_Parameters parameters = fixedLength(length);
+        parameters.samplesPerFrame = spf;
+        LogCapture log;
+        GGWave modem(parameters);
+        std::string payload(static_cast<std::size_t>(length), '\0');
+        for (char& c : payload) c = static_cast<char>(generator());
+        Samples sound = silence(static_cast<std::size_t>(pick(0, 5 * spf)));
+        for (const int id : ids) sound = sound + transmission(modem, payload, 50, id);
+        sound = sound + silence(static_cast<std::size_t>(4 * spf));
+        const Samples hiss =
+            noise(sound.size(), 0.02F * static_cast<float>(trial % 5), static_cast<unsigned>(generator()));
+        for (std::size_t i = 0; i < sound.size(); ++i) sound[i] += hiss[i];
+
+        SCOPED_TRACE(testing::Message() << "trial " << trial);
+        LiteralFixedReceiver literal(GGWave::Protocols::rx(), length, spf);
+        const auto frame = static_cast<std::size_t>(spf);
+        bool isHeard = false;
+        for (std::size_t at = 0; at + frame <= sound.size(); at += frame) {
+            ggvector<std::uint8_t> data;
+            modem.decode(sound.data() + at, static_cast<unsigned>(frame * sizeof(float)));
+            const auto expected = literal.hear(std::span(sound).subspan(at, frame));
+            ASSERT_EQ(modem.rxTakeData(data), expected ? length : 0) << at / frame;
+            if (!expected) continue;
+            ASSERT_EQ(modem.rxProtocolId(), expected->first);
+            ASSERT_EQ(std::string(data.begin(), data.end()), expected->second);
+            isHeard |= expected->second == payload;
+        }
+        ++(isHeard ? heard : lost);
+    }
+    EXPECT_GT(heard, 10); // the noise was chosen to give both
+    EXPECT_GT(lost, 5);
 }
 
 TEST(Receiving, RefusesWhatItCannotTransform) {

@@ -130,26 +130,72 @@ std::vector<std::string> outcomes(const Samples& sound) {
     return results;
 }
 
+std::vector<std::string> literalOutcomes(const Samples& sound, const GGWave::Protocol& row) {
+    LiteralMessageReceiver literal(row, kFrame);
+    std::vector<std::string> results;
+    for (std::size_t at = 0; at + kFrame <= sound.size(); at += kFrame) {
+        if (auto result = literal.hear(std::span(sound).subspan(at, kFrame))) results.push_back(*result);
+    }
+    return results;
+}
+
 TEST_F(Messages, AreFoundWhereTheLiteralSearchFindsThem) {
     int arrived = 0, failed = 0;
-    for (unsigned seed = 1; seed <= 40; ++seed) {
+    for (unsigned seed = 1; seed <= 48; ++seed) {
+        // Chunks of every kind: from the lowest bin on, reaching into the silent upper half, too large for
+        // sums.
+        const GGWave::Protocol row = std::array<GGWave::Protocol, 6>{
+            {
+             {"built in", 384, 9, 1, 1, true},
+             {"lowest", 1, 5, 2, 1, true},
+             {"silent above", 480, 4, 3, 1, true},
+             {"wide", 200, 6, 5, 1, true},
+             {"fast", 100, 2, 1, 1, true},
+             {"large", 3, 127, 16, 1, true},
+             }
+        }[seed % 6];
+        for (auto* table : {&GGWave::Protocols::rx(), &GGWave::Protocols::tx()}) {
+            table->disableAll();
+            (*table)[2] = row;
+        }
         const std::string message = randomBytes(1 + seed * 13 % 60, seed);
-        Samples sound = silence(4000 + 311 * seed) + transmission(message, kVariable) + silence(20 * kFrame);
+        GGWave modem(kVariable);
+        Samples sound =
+            silence(4000 + 311 * seed) + transmission(modem, message, 50, 2) + silence(20 * kFrame);
         // Around the noise at which receptions begin to fail, some with a burst that the code cannot mend.
-        air::addWhiteNoise(sound, 12.0 - seed % 6, air::tonePower(sound), 48000, seed);
+        air::addWhiteNoise(sound, 12.0 - seed % 5, air::tonePower(sound), 48000, seed);
         if (seed % 4 == 0)
             std::fill_n(sound.begin() + 60 * kFrame,
                         std::min<std::size_t>(90 * kFrame, sound.size() - 60 * kFrame), 0.0F);
-        LiteralMessageReceiver literal(GGWave::Protocols::kDefault()[12], kFrame);
-        std::vector<std::string> expected;
-        for (std::size_t at = 0; at + kFrame <= sound.size(); at += kFrame) {
-            if (auto result = literal.hear(std::span(sound).subspan(at, kFrame))) expected.push_back(*result);
-        }
-        EXPECT_EQ(outcomes(sound), expected) << "seed " << seed;
+        const auto expected = literalOutcomes(sound, row);
+        EXPECT_EQ(outcomes(sound), expected) << row.name << ", seed " << seed;
         for (const auto& result : expected) ++(result.empty() ? failed : arrived);
     }
     EXPECT_GT(arrived, 5); // the noise was chosen to give both
     EXPECT_GT(failed, 2);
+}
+
+TEST_F(Messages, LoseNoMoreToABadSampleThanTheChunksThatHoldIt) {
+    const std::string message = randomBytes(40, 23);
+    for (const float rate : {48000.0F, 44100.0F, 96000.0F}) {
+        ggwave_Parameters parameters = kVariable;
+        parameters.sampleRateOut = rate;
+        const Samples clean = onAir(transmission(message, parameters), 3000, 24);
+        parameters.sampleRateOut = 48000.0F;
+        parameters.sampleRateInp = rate;
+        for (const float bad : {NAN, INFINITY, -INFINITY, 1e9F, 1e12F, 3e38F}) {
+            for (const double share :
+                 {0.11, 0.3, 0.5, 0.8}) { // of the sound: in its length, its bytes, its parity
+                Samples sound = clean;
+                sound[static_cast<std::size_t>(share * static_cast<double>(sound.size()))] = bad;
+                const std::size_t block = rate == 48000.0F ? kFrame : rate == 96000.0F ? 2048 : 4410;
+                EXPECT_THAT(received(parameters, sound, block), ElementsAre(message))
+                    << bad << " at " << share << " of " << rate << " Hz";
+                if (rate != 48000.0F) continue;
+                EXPECT_THAT(literalOutcomes(sound, GGWave::Protocols::kDefault()[12]), ElementsAre(message));
+            }
+        }
+    }
 }
 
 TEST_F(Messages, ThatBreakOffFailOnceTheLongestDurationIsOver) {
@@ -173,8 +219,10 @@ TEST_F(Messages, ReportTheirProgress) {
     GGWave modem(kVariable);
     const Samples sound = onAir(transmission(modem, "progress"), 2000, 15);
     bool wasReceiving = false;
+    int left = 0;
     for (std::size_t at = 0; at + kFrame <= sound.size() && !(wasReceiving && !modem.rxReceiving());
          at += kFrame) {
+        if (modem.rxFramesLeftToRecord() > 1) left = modem.rxFramesLeftToRecord();
         modem.decode(sound.data() + at, kFrame * 4);
         wasReceiving |= modem.rxReceiving();
         if (modem.rxReceiving()) {
@@ -186,6 +234,11 @@ TEST_F(Messages, ReportTheirProgress) {
     EXPECT_EQ(modem.rxTakeData(data), 8);
     EXPECT_EQ(modem.rxFramesToRecord(), 0);
     EXPECT_FALSE(modem.rxAnalyzing() || modem.rxStopReceiving());
+    const int recorded =
+        9 * 197 + 32 - (left - 1) + 1; // one frame was recorded in the call that heard the end
+    EXPECT_EQ(log.take(),
+              "Receiving sound data ...\nReceived end marker. Frames left = " + std::to_string(left - 1) +
+                  ", recorded = " + std::to_string(recorded) + "\nAnalyzing captured data ..\n");
 }
 
 TEST_F(Messages, OfAnyTableStayWithinTheRecording) {
