@@ -28,27 +28,65 @@ std::vector<double> slowTransform(const Samples& a) {
     return result;
 }
 
+struct Tables {
+    explicit Tables(std::size_t n)
+        : ip(static_cast<std::size_t>(std::sqrt(static_cast<double>(n / 2))) + 3), w(n / 2) {}
+
+    std::vector<int> ip;
+    Samples w;
+};
+
 TEST(Rdft, IsTheTransformAndItsInverseAtEverySize) {
-    Samples w(1024);
-    std::array<int, 64> ip{};
-    for (const std::size_t n :
-         {2048U, 2U, 4U, 8U, 16U, 32U, 256U, 512U, 1024U}) { // smaller ones reuse the tables
+    Tables largest(2048);
+    for (std::size_t n = 2048; n >= 2; n /= 2) {
         const Samples original = noise(n, 0.5F, static_cast<unsigned>(n));
-        Samples a = original;
-        rdft(static_cast<int>(n), 1, a.data(), ip.data(), w.data());
         const auto expected = slowTransform(original);
         const double tolerance = 1e-6 * std::sqrt(static_cast<double>(n)); // rounding of log2(n) passes
-        for (std::size_t i = 0; i < n; ++i)
-            ASSERT_NEAR(static_cast<double>(a[i]), expected[i], 4 * tolerance) << n << " " << i;
-        rdft(static_cast<int>(n), -1, a.data(), ip.data(), w.data());
-        for (std::size_t i = 0; i < n; ++i)
-            ASSERT_NEAR(a[i] * 2 / static_cast<float>(n), original[i], 2e-6F) << n << " " << i;
+        Tables own(n);
+        for (Tables* const tables : {&own, &largest}) { // the largest ones serve every n
+            Samples block(n + 1);                       // a float behind its start, no vector is aligned
+            std::copy(original.begin(), original.end(), block.begin() + 1);
+            float* const a = block.data() + 1;
+            rdft(static_cast<int>(n), 1, a, tables->ip.data(), tables->w.data());
+            for (std::size_t i = 0; i < n; ++i)
+                ASSERT_NEAR(static_cast<double>(a[i]), expected[i], tolerance) << n << " " << i;
+            rdft(static_cast<int>(n), -1, a, tables->ip.data(), tables->w.data());
+            for (std::size_t i = 0; i < n; ++i)
+                ASSERT_NEAR(a[i] * 2 / static_cast<float>(n), original[i], 1e-6F) << n << " " << i;
+        }
     }
-    EXPECT_EQ(ip[0], 512);
-    EXPECT_EQ(ip[1], 512);
+    EXPECT_EQ(largest.ip[0], 512);
+    EXPECT_EQ(largest.ip[1], 512);
     Samples a{1, 2, 3};
-    rdft(3, 1, a.data(), ip.data(), w.data()); // no power of two: left alone
+    rdft(3, 1, a.data(), largest.ip.data(), largest.w.data()); // no power of two: left alone
     EXPECT_EQ(a, (Samples{1, 2, 3}));
+}
+
+TEST(Rdft, IsWhatItsPartsMakeInTurn) {
+    for (const int n : {64, 128, 512}) { // both kinds of last pass
+        Tables tables(static_cast<std::size_t>(n));
+        float* const w = tables.w.data();
+        const Samples original = noise(static_cast<std::size_t>(n), 0.5F, 7);
+        Samples whole = original, parts = original, conjugate = original;
+        rdft(n, 1, whole.data(), tables.ip.data(), w);
+        bitrv2(n, nullptr, parts.data());
+        cftfsub(n, parts.data(), w);
+        rftfsub(n, parts.data(), tables.ip[1], w + tables.ip[0]);
+        const float tolerance = 1e-6F * std::sqrt(static_cast<float>(n));
+        for (std::size_t i = 2; i < parts.size(); ++i)
+            ASSERT_NEAR(parts[i], whole[i], tolerance) << n << " " << i;
+        rftbsub(n, parts.data(), tables.ip[1], w + tables.ip[0]);
+        bitrv2(n, nullptr, parts.data());
+        cftbsub(n, parts.data(), w); // n / 2 times the original
+        bitrv2conj(n, nullptr, conjugate.data());
+        cftbsub(n, conjugate.data(), w); // the forward transform, conjugated
+        bitrv2conj(n, nullptr, conjugate.data());
+        cftbsub(n, conjugate.data(), w);
+        for (std::size_t i = 0; i < parts.size(); ++i) {
+            ASSERT_NEAR(parts[i] * 2 / static_cast<float>(n), original[i], 1e-6F) << n << " " << i;
+            ASSERT_NEAR(conjugate[i] * 2 / static_cast<float>(n), original[i], 1e-6F) << n << " " << i;
+        }
+    }
 }
 
 TEST(BitReversal, SwapsPairsAndConjugatesThemOnRequest) {
