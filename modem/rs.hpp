@@ -26,7 +26,8 @@ namespace RS {
 ///
 /// Every `msg_length + ecc_length < 256` works, zero included on either side; coding with a longer word is a
 /// programming error that ends the process. The bytes received never do: beyond the code's strength decoding
-/// answers 1, or finds another code word within `ecc_length / 2` bytes of what was received. Words of little
+/// answers 1, or finds another code word that differs from the one received in no more bytes than can be
+/// corrected: 2 * errors + erasures <= ecc_length, errors being those outside the erasures. Words of little
 /// parity need a check of their own behind the code.
 ///
 /// All work happens in an area of exactly `workSize()` bytes, which the caller lends or the constructor
@@ -102,7 +103,8 @@ public:
     void CalcSyndromes(const Poly* msg) noexcept;
     /// kForneySyndromes: syndromes freed of the erasures; only the first `ecc_length - erasures` count.
     void CalcForneySyndromes(const Poly* synd, const Poly* erasures_pos, size_t n) noexcept;
-    /// kLocator: the error locator (Berlekamp-Massey). False: too many errors, kLocator as it was.
+    /// kLocator: the error locator (Berlekamp-Massey), times `erase_loc` where that is given. False: too many
+    /// errors beside the erasures, kLocator as it was.
     bool FindErrorLocator(const Poly* synd, const Poly* erase_loc, size_t erase_count) noexcept;
     /// kFound: positions whose locator value is a root of the reversed locator. False: not one per degree.
     bool FindErrors(const Poly* err_loc, size_t n) noexcept;
@@ -367,10 +369,12 @@ inline bool ReedSolomon::FindErrorLocator(const Poly* synd, const Poly* erase_lo
     const uint8_t* c = locator->first(locator->length);
     size_t zeros = 0;
     while (zeros + 1 < locator->length && c[zeros] == 0) ++zeros;
-    const size_t errors = locator->length - zeros - 1;
-    // 2 * (errors - erasures) + erasures, without a negative intermediate.
-    if (2 * errors > ecc_length + erase_count) return false;
-    polynoms[kLocator].Set(c + zeros, errors + 1);
+    const size_t degree = locator->length - zeros - 1;
+    // 2 * errors + erasures <= ecc_length, where a locator started from that of the erasures counts both.
+    const size_t limit =
+        erase_loc ? ecc_length + erase_count : ecc_length - std::min<size_t>(ecc_length, erase_count);
+    if (2 * degree > limit) return false;
+    polynoms[kLocator].Set(c + zeros, degree + 1);
     return true;
 }
 
