@@ -3,7 +3,7 @@
 // longest search: every alignment that yields the length tries the whole payload). One line per length,
 // milliseconds:
 //     length arrived_fast arrived_literal spoilt_fast spoilt_literal
-//     analysis_times [runs]   9 unless given. A frame lasts 21.3 ms.
+//     analysis_times [runs [length]]   9 runs of 5, 40, 80 and 140 bytes unless given. A frame lasts 21.3 ms.
 #include "tests/support/literal_message_receiver.hpp"
 #include "tests/support/transmissions.hpp"
 
@@ -39,7 +39,9 @@ int main(int argc, char** argv) {
     const int runs = argc > 1 ? std::atoi(argv[1]) : 9;
     GGWave::setLogFile(nullptr);
     const ggwave_Parameters parameters = ggwave_getDefaultParameters();
-    for (const std::size_t length : {5U, 40U, 80U, 140U}) {
+    std::vector<std::size_t> lengths{5, 40, 80, 140};
+    if (argc > 2) lengths = {static_cast<std::size_t>(std::clamp(std::atoi(argv[2]), 1, 140))};
+    for (const std::size_t length : lengths) {
         std::printf("%3zu", length);
         for (const bool isSpoilt : {false, true}) {
             Samples sound =
