@@ -2,7 +2,7 @@
 #
 #   make listen   builds and listens
 #   make test     builds and runs every test
-#   make bench    builds and runs the benchmarks
+#   make bench    measures beside other programs: docs/performance.md and .svg, some 4 minutes
 #   make clean    removes build/
 
 JOBS ?= $(shell nproc)
@@ -26,10 +26,10 @@ test: build/packages-build build/packages-test
 	cmake --build $(BUILD) -j $(JOBS)
 	ctest --test-dir $(BUILD) --output-on-failure --no-tests=error -j $(JOBS)
 
-bench: build/packages-build build/packages-test
+bench: build/packages-build build/packages-bench
 	cmake --preset bench
-	cmake --build build/bench -j $(JOBS)
-	for program in build/bench/bench/*_bench; do $$program || exit 1; done
+	cmake --build build/bench -j $(JOBS) --target sorvel listening_bench analysis_times
+	python3 bench/compare.py --build build/bench --output docs
 
 clean:
 	rm -rf build

@@ -1,8 +1,8 @@
 #!/bin/sh
-# Installs the Debian packages of a group in packages.txt that are missing: install-packages.sh build|test|ci
+# Installs the Debian packages of a group in packages.txt that are missing: install-packages.sh build|test|bench|ci
 # Where neither root nor sudo is at hand, it names them and fails.
 set -u
-group=${1:?usage: install-packages.sh build|test|ci}
+group=${1:?usage: install-packages.sh build|test|bench|ci}
 list=$(dirname "$0")/packages.txt
 
 if ! command -v dpkg-query >/dev/null; then
