@@ -42,11 +42,12 @@ LIBRARY = [
     ("Transform of 1024 samples", "Transform", "PlainTransform", "textbook radix 2, complex"),
     ("Making a text's waveform, 48 kHz, floats", "Transmit", "PlainTransmit", "two sines a sample, in double"),
 ]
-SEARCHES = {"the modem's": 3, "literal, every chunk anew": 4}  # field of analysis_times: a spoilt message
+LITERAL = "literal, every chunk anew"
+SEARCHES = {"the modem's": 3, LITERAL: 4}  # fields of analysis_times: a spoilt message
 PEERS = {
     "minimodem": "minimodem --rx 1200: demodulates audible two-tone FSK (Bell 202), here in the file of 48 kHz",
-    "multimon-ng": "multimon-ng -a AFSK1200: demodulates audible two-tone FSK and looks for AX.25 packets. It "
-                   "takes raw samples at 22.05 kHz; they were converted beforehand, outside of the timing",
+    "multimon-ng": "multimon-ng -a AFSK1200: demodulates audible two-tone FSK and looks for AX.25 packets. It\n"
+                   "  takes raw samples at 22.05 kHz; they were converted beforehand, outside of the timing",
 }
 OURS, PLAIN, PEER = "#1b6ca8", "#b8bec4", "#d98e04"  # bars
 
@@ -175,7 +176,7 @@ def page(figures, names, head, seconds):
     library = [(what, spread(figures[ours]), spread(figures[plain]), ratio(figures, ours, plain), how)
                for what, ours, plain, how in LIBRARY]
     searches = [(name, spread(figures[name]), spread([100 * ms / FRAME_ms for ms in figures[name]]),
-                 ratio(figures, "literal, every chunk anew", name)) for name in SEARCHES]
+                 ratio(figures, LITERAL, name) if name != LITERAL else "1") for name in SEARCHES]
     whole = [(name, spread(figures[name]), spread(figures[name, "s"]), spread(figures[name, "MB"]),
               "another signal" if name in PEERS else f"{min(figures[name, 'heard'])} of {seconds // PERIOD_s}",
               *(ratio(figures, name, peer) if name != peer else "1" for peer in PEERS)) for name in names]
@@ -256,24 +257,23 @@ def compare(options):
         "tools/sorvel", "bench/listening_bench", "bench/analysis_times"))
     for name in ("sox", "time", *PEERS):
         need(name)
-    figures = collections.defaultdict(list)
+    figures, load = collections.defaultdict(list), os.getloadavg()[0]
     with tempfile.TemporaryDirectory(prefix="sorvel-bench-") as temporary:
         folder = pathlib.Path(temporary)
         print(f"Making {seconds} s of sound at three rates", flush=True)
         make_sound(sorvel, folder, seconds)
-        programs = list(processes(sorvel, folder))
+        programs = dict(processes(sorvel, folder))
         for i in range(rounds):
             print(f"Round {i + 1} of {rounds}", flush=True)
-            for name, command in programs:
+            for name, command in programs.items():
                 measure_process(figures, name, command, folder, seconds)
             measure_library(figures, benchmarks, 0.01 if options.quick else 0.05)
             measure_analysis(figures, analysis, 1 if options.quick else 3)
-    head = (("machine", f"{processor()}, one core of {os.cpu_count()}"), ("compiler", compiler(options.build)),
-            ("date", datetime.date.today().isoformat()), ("rounds", str(rounds)))
-    names = [name for name, _ in programs]
+    head = (("machine", f"{processor()}, one core of {os.cpu_count()}; load average at the start {load:.1f}"),
+            ("compiler", compiler(options.build)), ("date", f"{datetime.date.today()}; rounds: {rounds}"))
     options.output.mkdir(parents=True, exist_ok=True)
-    (options.output / "performance.md").write_text(page(figures, names, head, seconds))
-    (options.output / "performance.svg").write_text(picture(figures, names))
+    (options.output / "performance.md").write_text(page(figures, programs, head, seconds))
+    (options.output / "performance.svg").write_text(picture(figures, programs))
     print(f"Wrote performance.md and performance.svg to {options.output}")
 
 
@@ -281,7 +281,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build", type=pathlib.Path, default=SOURCE / "build/bench", help="build folder")
     parser.add_argument("--output", type=pathlib.Path, help="folder for the results; docs/ unless --quick")
-    parser.add_argument("--rounds", type=int, default=7)
+    parser.add_argument("--rounds", type=int, default=5)
     parser.add_argument("--quick", action="store_true", help="one round, 20 s of sound; needs --output")
     options = parser.parse_args()
     if options.rounds < 1 or options.quick and not options.output:
