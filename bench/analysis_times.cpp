@@ -1,7 +1,7 @@
-// Worst processor time of one decode call while a message is recorded and analysed, by message length: the
-// modem's own search and the literal one, on messages that arrive and on messages that a burst of noise has
-// spoilt (the longest search: every alignment that yields the length tries the whole payload). One line per
-// length, milliseconds:
+// Worst processor time of one decode call while a message is recorded and analysed, by message
+// length: the modem's own search and the literal one, on messages that arrive and on messages that
+// a burst of noise has spoilt (the longest search: every alignment that yields the length tries the
+// whole payload). One line per length, milliseconds:
 //     length arrived_fast arrived_literal spoilt_fast spoilt_literal
 //     analysis_times [runs [length]]   9 runs of 5, 40, 80 and 140 bytes unless given. A frame lasts 21.3 ms.
 #include "tests/support/literal_message_receiver.hpp"

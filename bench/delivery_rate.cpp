@@ -1,7 +1,7 @@
-// Share of transmissions that arrive, against the in-band signal-to-noise ratio (tone power over noise power
-// within 18.0 to 19.5 kHz; white noise, 48 kHz, floats): texts through the fixed-length receiver, messages of
-// 5, 40 and 140 bytes between markers. Prints one line per point: kind, SNR in dB, arrived, trials.
-// plot_delivery_rate.py draws it.
+// Share of transmissions that arrive, against the in-band signal-to-noise ratio (tone power over
+// noise power within 18.0 to 19.5 kHz; white noise, 48 kHz, floats): texts through the fixed-length
+// receiver, messages of 5, 40 and 140 bytes between markers. Prints one line per point: kind, SNR
+// in dB, arrived, trials. plot_delivery_rate.py draws it.
 //     delivery_rate [trials]   50 unless given; each point with its own seeds
 #include "tests/support/transmissions.hpp"
 #include "tools/simulated_air.hpp"

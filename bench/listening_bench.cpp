@@ -1,5 +1,6 @@
-// The listening path, its stages and sending, as multiples of real time (x_real_time), beside the plain forms
-// of the same work (Plain...). compare.py runs this and makes docs/performance.md; by hand, run it with
+// The listening path, its stages and sending, as multiples of real time (x_real_time), beside the
+// plain forms of the same work (Plain...). compare.py runs this and makes docs/performance.md; by
+// hand, run it with
 // --benchmark_repetitions=9 --benchmark_enable_random_interleaving=true for the spread.
 #include "modem/fft.h"
 #include "modem/resampler.hpp"

@@ -8,6 +8,7 @@ function(sorvel_options target)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow
     $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor>
+    $<$<CXX_COMPILER_ID:Clang>:-Wdocumentation>
     $<$<BOOL:${SORVEL_WERROR}>:-Werror>
     # g++ 12 sees overlapping copies in every inlined std::string concatenation (its bug 105651).
     $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)

@@ -1,4 +1,5 @@
-// Prints the texts that the default microphone hears, for ten seconds or as many as the first argument says.
+// Prints the texts that the default microphone hears, for ten seconds or as many as the first
+// argument says.
 #include "sdk/MainQueue.hpp"
 #include "sdk/SorvelUBM.hpp"
 

@@ -1,5 +1,5 @@
-// For applications that own the microphone: they push what they capture, in buffers of any length and at any
-// rate.
+// For applications that own the microphone: they push what they capture, in buffers of any length
+// and at any rate.
 #include "modem/ggwave.h"
 #include "payload/encoding.hpp"
 #include "sdk/MainQueue.hpp"

@@ -1,4 +1,5 @@
-// A text identifier to sound and back, the way the listener hears it: 96 kHz, 16 bits, blocks of 100 ms.
+// A text identifier to sound and back, the way the listener hears it: 96 kHz, 16 bits, blocks of
+// 100 ms.
 #include "modem/ggwave.h"
 #include "payload/encoding.hpp"
 

@@ -1,5 +1,5 @@
-// Parameters, calls and captured bytes of any kind: an instance may refuse, never overrun, hang or end the
-// process.
+// Parameters, calls and captured bytes of any kind: an instance may refuse, never overrun, hang or
+// end the process.
 #include "modem/ggwave.h"
 
 #include <cstring>

@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <vector>
 
-// Bytes: message length, parity length, number of erasures, the erasures, the received word. The work area is
-// exactly as large as promised, so that the address sanitizer sees any step beside it.
+// Bytes: message length, parity length, number of erasures, the erasures, the received word. The
+// work area is exactly as large as promised, so that the address sanitizer sees any step beside it.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 3 || data[0] + data[1] > 255) return 0;
     const size_t message = data[0], parity = data[1], erasures = std::min<size_t>(data[2], size - 3);

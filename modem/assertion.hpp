@@ -5,10 +5,11 @@
 
 namespace sorvel::detail {
 
-/// Reports a broken invariant on standard error and ends the process, in release builds too: going on would
-/// write outside a buffer or give a wrong message. NDEBUG has no influence.
+/// Reports a broken invariant on standard error and ends the process, in release builds too: going
+/// on would write outside a buffer or give a wrong message. NDEBUG has no influence.
 ///
-/// Function, file stem and line name the place that users of the system know; they do not follow the source.
+/// Function, file stem and line name the place that users of the system know; they do not follow
+/// the source.
 [[noreturn]] inline void assertionFailed(const char* function, const char* file, int line,
                                          const char* expression) noexcept {
     std::fprintf(stderr, "Assertion failed: (%s), function %s, file %s, line %d.\n", expression, function,

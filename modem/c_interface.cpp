@@ -115,8 +115,8 @@ int ggwave_decode(int id, const void* waveform, int waveformSize, void* payloadB
     ggvector<std::uint8_t> data;
     const int length = instance->rxTakeData(data);
     if (length < 1) return length;
-    // An instance for shorter payloads has fewer bytes than a text is unpacked from; zeros stand for the
-    // rest.
+    // An instance for shorter payloads has fewer bytes than a text is unpacked from; zeros stand
+    // for the rest.
     std::array<char, encoding::kPayloadBytes> payload{};
     std::memcpy(payload.data(), data.data(), std::min(payload.size(), data.span().size()));
     const std::string text = encoding::extractStrings(payload.data());

@@ -13,7 +13,8 @@ namespace {
 
 constexpr int kSpareSamples = 4; // taken beyond a frame, so that one chunk does complete it
 
-/// After so much audio the stream's time starts over; the counters would grow without bound otherwise.
+/// After so much audio the stream's time starts over; the counters would grow without bound
+/// otherwise.
 constexpr float kStreamSeconds = 60.0F;
 
 template <class Sample>
@@ -83,9 +84,9 @@ bool Capture::fill(std::span<const std::uint8_t>& captured, bool keepsStream) {
             m_resampler.settle();
         } else {
             std::copy_n(converted, samples, m_amplitude.data() + offset);
-            // Without the offset: whoever hands over partial frames at the operating rate never completes
-            // one. Callers rely on whole frames only being analysed; adding it would change which sounds are
-            // heard.
+            // Without the offset: whoever hands over partial frames at the operating rate never
+            // completes one. Callers rely on whole frames only being analysed; adding it would
+            // change which sounds are heard.
             m_recorded = samples;
         }
         if (m_recorded < spf) {

@@ -24,9 +24,9 @@ public:
     /// Whether a frame's captured samples fit the converter.
     bool canConvert() const;
 
-    /// Takes bytes from the front of `captured` until the frame is complete (true) or none are left (false).
-    /// A chunk that is no whole number of samples, or too short to convert, costs the frame being filled and
-    /// what remains of `captured`.
+    /// Takes bytes from the front of `captured` until the frame is complete (true) or none are left
+    /// (false). A chunk that is no whole number of samples, or too short to convert, costs the
+    /// frame being filled and what remains of `captured`.
     ///
     /// @param keepsStream  the converter's stream must not start over now
     bool fill(std::span<const std::uint8_t>& captured, bool keepsStream);

@@ -7,13 +7,14 @@ namespace sorvel::modem {
 
 struct Settings;
 
-/// Parity bytes that protect `length` payload bytes: 2 below 4, else twice a fifth of them, at least 4.
+/// Parity bytes that protect `length` payload bytes: 2 below 4, else twice a fifth of them, at
+/// least 4.
 constexpr int eccBytes(int length) { return length < 4 ? 2 : std::max(4, 2 * (length / 5)); }
 
 /// The Reed-Solomon codes of an instance and the bytes they work on, shared by both directions.
 ///
-/// A transmission is the payload and its parity; a message between markers has its length and that byte's
-/// parity in front of them.
+/// A transmission is the payload and its parity; a message between markers has its length and that
+/// byte's parity in front of them.
 class Coding {
 public:
     explicit Coding(const Settings& settings) : m_settings(settings) {}

@@ -1,5 +1,5 @@
-/// Direct-sequence spreading: payload bytes XORed with a fixed sequence, so that monotonous payloads still
-/// use many tones.
+/// Direct-sequence spreading: payload bytes XORed with a fixed sequence, so that monotonous
+/// payloads still use many tones.
 #pragma once
 
 #include <array>

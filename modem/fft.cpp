@@ -7,17 +7,18 @@
 #include <numbers>
 #include <utility>
 
-// Decimation in frequency on numbers in bit-reversed order. In that order the four numbers that a butterfly
-// combines lie next to each other, and all butterflies of one block share their turn, whose angle is a
-// quarter circle times the block's number mirrored at the binary point (0, 1/2, 1/4, 3/4, ...). That fraction
-// does not depend on the pass, so one table in bit-reversed order serves every pass and every smaller n. The
-// last pass needs no turns, and combines eight numbers where four at a time would leave a factor of two.
-// (Cooley and Tukey 1965; the four-way split is Gentleman and Sande's, 1966.)
+// Decimation in frequency on numbers in bit-reversed order. In that order the four numbers that a
+// butterfly combines lie next to each other, and all butterflies of one block share their turn,
+// whose angle is a quarter circle times the block's number mirrored at the binary point (0, 1/2,
+// 1/4, 3/4, ...). That fraction does not depend on the pass, so one table in bit-reversed order
+// serves every pass and every smaller n. The last pass needs no turns, and combines eight numbers
+// where four at a time would leave a factor of two. (Cooley and Tukey 1965; the four-way split is
+// Gentleman and Sande's, 1966.)
 //
-// From 32 complex numbers on, rdft works on four butterflies at once. Its first pass reads the numbers in
-// natural order, puts them into bit-reversed order on the way and leaves them in blocks of four real and four
-// imaginary parts; the last pass returns to pairs. The inverse transform is the forward one with the parts
-// exchanged, which the passes do as they read and write.
+// From 32 complex numbers on, rdft works on four butterflies at once. Its first pass reads the
+// numbers in natural order, puts them into bit-reversed order on the way and leaves them in blocks
+// of four real and four imaginary parts; the last pass returns to pairs. The inverse transform is
+// the forward one with the parts exchanged, which the passes do as they read and write.
 
 namespace {
 
@@ -141,7 +142,8 @@ struct Turns {
 
     /// `entry` is the table's at the block, `half` the one at half its number.
     Turns(int block, Complex<Factor> entry, Complex<Factor> half)
-        // Twice the angle: dropping the last bit doubles the mirrored fraction, modulo a quarter turn.
+        // Twice the angle: dropping the last bit doubles the mirrored fraction, modulo a quarter
+        // turn.
         : first(entry), second(block % 2 == 0 ? half : quarterTurn(half)), third(first * second) {}
 
     template <class Part>
@@ -189,9 +191,10 @@ void passes(int n, int l, float* a, const float* w) {
     lastPass<From, To>(n, l, a);
 }
 
-/// The first butterflies of four neighbours, each with the numbers a quarter, a half and three quarters of
-/// the array further on. In bit-reversed order they become one block in every quarter, those of neighbours 1
-/// and 2 in swapped order; `block` is the number of the one in the first quarter.
+/// The first butterflies of four neighbours, each with the numbers a quarter, a half and three
+/// quarters of the array further on. In bit-reversed order they become one block in every quarter,
+/// those of neighbours 1 and 2 in swapped order; `block` is the number of the one in the first
+/// quarter.
 ///
 /// Inlined by force: handing the result over in memory takes 8 % of the whole transform.
 template <class From>

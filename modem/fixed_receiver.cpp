@@ -22,7 +22,8 @@ SORVEL_TARGET_CLONES float loudestPower(std::span<const float> power) {
     return *std::max_element(most.begin(), most.end());
 }
 
-/// Index of the largest of 16 bins from `base` on; of equal ones the last. Bins outside the row are silent.
+/// Index of the largest of 16 bins from `base` on; of equal ones the last. Bins outside the row are
+/// silent.
 int loudestTone(std::span<const std::uint8_t> row, int base) {
     const auto first = static_cast<std::size_t>(base);
     int most = 0; // level and tone in one number, so that one comparison settles both
@@ -95,8 +96,8 @@ void FixedReceiver::remember(std::span<const float> power) {
     m_row = (m_row + 1) % m_history.rows();
 }
 
-/// Whether a row is one to search for, and within what the working block was laid out for: rows can be
-/// changed in the instance's table after its preparation.
+/// Whether a row is one to search for, and within what the working block was laid out for: rows can
+/// be changed in the instance's table after its preparation.
 bool FixedReceiver::isSearchable(const GGWave::Protocol& protocol) const {
     if (!protocol.enabled || protocol.freqStart > m_settings.samplesPerFrame || protocol.freqStart < 0)
         return false;
@@ -106,8 +107,8 @@ bool FixedReceiver::isSearchable(const GGWave::Protocol& protocol) const {
            spanOf(protocol, m_settings.codedBytes()).frames <= m_history.rows();
 }
 
-/// Fills m_detectedBins with the nibbles, low before high, of a transmission that ends at the newest frame.
-/// Those that no tone won are 0.
+/// Fills m_detectedBins with the nibbles, low before high, of a transmission that ends at the
+/// newest frame. Those that no tone won are 0.
 ///
 /// @return whether at least three quarters of them are clear; settled as soon as too many are not, so that a
 ///         frame without a transmission costs little
@@ -136,7 +137,8 @@ bool FixedReceiver::detectTones(const GGWave::Protocol& protocol) {
     return true;
 }
 
-/// The tone of 16 from bin `base` on that is the loudest in more than half of `frames` rows from `first` on.
+/// The tone of 16 from bin `base` on that is the loudest in more than half of `frames` rows from
+/// `first` on.
 int FixedReceiver::wonTone(int first, int frames, int base) const {
     std::array<std::uint8_t, kTonesPerNibble> votes{};
     int row = first % m_history.rows();

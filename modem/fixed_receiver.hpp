@@ -10,18 +10,20 @@ namespace sorvel::modem {
 /// Each power times `scale`, rounded half away from zero, 0 to 255. What is not a number is silence.
 void quantise(std::span<const float> power, float scale, std::uint8_t* levels);
 
-/// Such payloads carry no markers. After every frame the receiver looks at the last frames that a whole
-/// transmission would span, takes the loudest tone of each group of 16 bins in each frame, and lets the
-/// frames of a chunk vote. Only when enough nibbles won a majority is the error correction asked.
+/// Such payloads carry no markers. After every frame the receiver looks at the last frames that a
+/// whole transmission would span, takes the loudest tone of each group of 16 bins in each frame,
+/// and lets the frames of a chunk vote. Only when enough nibbles won a majority is the error
+/// correction asked.
 class FixedReceiver {
 public:
     FixedReceiver(const Settings& settings, Coding& coding) : m_settings(settings), m_coding(coding) {}
 
-    /// The arrays for the rows that are enabled in `protocols`; rows beyond these are not searched for.
+    /// The arrays for the rows that are enabled in `protocols`; rows beyond these are not searched
+    /// for.
     void place(Layout& layout, const GGWave::Protocols& protocols);
 
-    /// Takes the power spectrum of one frame. A transmission that ends with it is delivered to `reception`;
-    /// of several protocols the one with the lowest id.
+    /// Takes the power spectrum of one frame. A transmission that ends with it is delivered to
+    /// `reception`; of several protocols the one with the lowest id.
     void hear(std::span<const float> power, const GGWave::Protocols& protocols, Reception& reception);
 
     void forget() { m_history.zero(); }

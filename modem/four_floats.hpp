@@ -1,5 +1,6 @@
-/// Four floats that are worked on at once: a register of SSE2 or NEON where the compiler has vector types, an
-/// array elsewhere, with the same results to the bit. Addresses need no alignment beyond a float's.
+/// Four floats that are worked on at once: a register of SSE2 or NEON where the compiler has vector
+/// types, an array elsewhere, with the same results to the bit. Addresses need no alignment beyond
+/// a float's.
 #pragma once
 
 #include <cstring>

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <limits>
 
-// What the class offers, each call handed to the part that does the work. An instance without a working block
-// answers as an idle one does and refuses what needs one.
+// What the class offers, each call handed to the part that does the work. An instance without a
+// working block answers as an idle one does and refuses what needs one.
 
 using sorvel::detail::logLine;
 using sorvel::modem::Spectrum;

@@ -329,8 +329,9 @@ public:
 
     // Spectrum tools
 
-    /// Forward transform (layout: rdft in modem/fft.h) of N = samplesPerFrame() floats. False, after a
-    /// line on the log stream and with `dst` untouched: another N, no power of two, or no receiver.
+    /// Forward transform (layout: rdft in modem/fft.h) of N = samplesPerFrame() floats. False,
+    /// after a line on the log stream and with `dst` untouched: another N, no power of two, or no
+    /// receiver.
     bool computeFFTR(const float* src, float* dst, int N);
 
     /// The same with the caller's work arrays, for any power of two N from 2 on. `wi` needs

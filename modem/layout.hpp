@@ -5,8 +5,8 @@
 
 namespace sorvel::modem {
 
-/// Hands out consecutive arrays of a block, each at a multiple of 8 bytes from its start; without a block it
-/// only measures. A part runs the same function for both, so that the two cannot disagree.
+/// Hands out consecutive arrays of a block, each at a multiple of 8 bytes from its start; without a
+/// block it only measures. A part runs the same function for both, so that the two cannot disagree.
 ///
 ///     Layout sizes(nullptr);
 ///     part.place(sizes);                    // sizes.bytes() is what it needs; its views stay as they were

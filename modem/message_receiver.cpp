@@ -3,9 +3,9 @@
 #include "modem/log.hpp"
 #include "modem/protocols.hpp"
 
-// Nobody knows at which sample the first chunk of a message begins, only that it is within the marker's 16
-// frames after the recording's start. So up to 256 alignments are tried, a sixteenth of a frame apart, latest
-// first.
+// Nobody knows at which sample the first chunk of a message begins, only that it is within the
+// marker's 16 frames after the recording's start. So up to 256 alignments are tried, a sixteenth of
+// a frame apart, latest first.
 
 namespace sorvel::modem {
 
@@ -15,8 +15,8 @@ namespace {
 
 enum class Marker { None, Start, End };
 
-/// Which marker sounds from bin `first` on: of 16 pairs of neighbouring bins, each has the one or the other
-/// that is louder by `threshold`, in turn.
+/// Which marker sounds from bin `first` on: of 16 pairs of neighbouring bins, each has the one or
+/// the other that is louder by `threshold`, in turn.
 Marker markerAt(std::span<const float> spectrum, int first, float threshold) {
     if (first < 0 || static_cast<std::size_t>(first) + 2 * GGWave::kBitsInMarker > spectrum.size())
         return Marker::None;
@@ -74,8 +74,8 @@ void MessageReceiver::forget() {
     m_history.zero();
 }
 
-/// Spectrum of the mean of the last frames: markers stay the same from frame to frame, most else averages
-/// out.
+/// Spectrum of the mean of the last frames: markers stay the same from frame to frame, most else
+/// averages out.
 void MessageReceiver::analyseAverage() {
     for (int i = 0; i < m_average.size(); ++i) {
         float sum = 0.0F;
@@ -143,8 +143,8 @@ void MessageReceiver::analyseRecording(const Protocols& protocols, Reception& re
     m_framesToAnalyze = m_framesLeftToAnalyze = 0;
 }
 
-/// Decodes the recording with the first chunk at `alignment` sixteenths of a frame. The length comes first:
-/// most alignments end with it. Answers the payload's length, 0 if there is none.
+/// Decodes the recording with the first chunk at `alignment` sixteenths of a frame. The length
+/// comes first: most alignments end with it. Answers the payload's length, 0 if there is none.
 int MessageReceiver::decodeAt(ggwave_ProtocolId id, const Protocol& protocol, int alignment,
                               std::span<std::uint8_t> payload) {
     const std::span<std::uint8_t> word = m_coding.word();

@@ -9,8 +9,8 @@
 
 namespace sorvel::modem {
 
-/// Waits for a start marker, records until the end marker or the longest duration is over, then takes the
-/// recording apart within one frame's call.
+/// Waits for a start marker, records until the end marker or the longest duration is over, then
+/// takes the recording apart within one frame's call.
 class MessageReceiver {
 public:
     MessageReceiver(const Settings& settings, Spectrum& spectrum, Coding& coding)
@@ -18,7 +18,8 @@ public:
 
     void place(Layout& layout);
 
-    /// Takes one frame. A message that it completes is delivered to `reception`, a failed one with length -1.
+    /// Takes one frame. A message that it completes is delivered to `reception`, a failed one with
+    /// length -1.
     void hear(std::span<const float> frame, const GGWave::Protocols& protocols, Reception& reception);
 
     bool isReceiving() const { return m_isReceiving; }

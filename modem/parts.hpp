@@ -6,13 +6,13 @@
 #include "modem/message_receiver.hpp"
 #include "modem/transmitter.hpp"
 
-/// Lies in front of the working block, in the same allocation. The parts only know each other as far as their
-/// constructors say.
+/// Lies in front of the working block, in the same allocation. The parts only know each other as
+/// far as their constructors say.
 struct GGWave::Parts {
     explicit Parts(const ggwave_Parameters& parameters);
 
-    /// The plan of the working block: adds the bytes of every array to `n`; with a block, places them too.
-    /// False, after a line on the log stream, for lengths out of range.
+    /// The plan of the working block: adds the bytes of every array to `n`; with a block, places
+    /// them too. False, after a line on the log stream, for lengths out of range.
     bool place(void* block, int& n, const Protocols& rx, const Protocols& tx);
 
     sorvel::modem::Settings settings;

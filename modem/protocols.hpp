@@ -1,5 +1,5 @@
-/// Queries over the enabled rows of a protocol table, which size the working block and the search; the table
-/// itself is GGWave::Protocols.
+/// Queries over the enabled rows of a protocol table, which size the working block and the search;
+/// the table itself is GGWave::Protocols.
 #pragma once
 
 #include "modem/ggwave.h"

@@ -6,11 +6,12 @@
 #include <cmath>
 #include <numbers>
 
-// The sum of a sliding number of sixteenths is kept without ever subtracting one that leaves it, since the
-// remains of a huge sample would stay in such a sum for good. The sixteenths of one chunk are stored side by
-// side; when the last has come, each is replaced by the sum from itself to the last. From then on a chunk's
-// sum is that of the older ones from its first on, and of the newer ones that have come since, which take the
-// places of those no longer needed. (The two-stack queue of sliding-window aggregation: van Herk 1992.)
+// The sum of a sliding number of sixteenths is kept without ever subtracting one that leaves it,
+// since the remains of a huge sample would stay in such a sum for good. The sixteenths of one chunk
+// are stored side by side; when the last has come, each is replaced by the sum from itself to the
+// last. From then on a chunk's sum is that of the older ones from its first on, and of the newer
+// ones that have come since, which take the places of those no longer needed. (The two-stack queue
+// of sliding-window aggregation: van Herk 1992.)
 
 namespace sorvel::modem {
 
@@ -122,8 +123,9 @@ bool Recording::layOut() {
     return used <= m_memory.span().size();
 }
 
-/// Cosines and sines of every tone over the first sixteenth of a frame. Bin 0 of a spectrum is the power of
-/// the constant and of the alternating share together, and from half of the bins on there is silence.
+/// Cosines and sines of every tone over the first sixteenth of a frame. Bin 0 of a spectrum is the
+/// power of the constant and of the alternating share together, and from half of the bins on there
+/// is silence.
 void Recording::makeTurns() {
     const int samples = m_samplesPerFrame / kPositions;
     float* turns = m_turns.data();
@@ -158,8 +160,8 @@ void Recording::add(std::span<const float> frame) {
     ++m_frames;
 }
 
-/// Leaves the tones of a frame's sixteenth number `block` in m_tones. They turn by whole cycles in a frame,
-/// so that in a sixteenth they turn by whole sixteenths of a cycle.
+/// Leaves the tones of a frame's sixteenth number `block` in m_tones. They turn by whole cycles in
+/// a frame, so that in a sixteenth they turn by whole sixteenths of a cycle.
 void Recording::sumTones(std::span<const float> sixteenth, int block) {
     static constexpr std::array<float, kPositions> kSines{0.0F,  0.382683432F,  0.707106781F,  0.923879533F,
                                                           1.0F,  0.923879533F,  0.707106781F,  0.382683432F,

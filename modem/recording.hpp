@@ -6,16 +6,16 @@
 
 namespace sorvel::modem {
 
-/// Keeps what is heard from a start marker on, and tells which bytes a chunk carries that begins at a given
-/// sixteenth of a frame; nobody knows beforehand at which it does.
+/// Keeps what is heard from a start marker on, and tells which bytes a chunk carries that begins at
+/// a given sixteenth of a frame; nobody knows beforehand at which it does.
 ///
-/// Chunks are read while they arrive: the 32 tones of each byte are summed over every sixteenth, the sums of
-/// the sixteenths of one chunk are added up, and the loudest tones are kept as a byte for every position.
-/// Where a protocol's chunks are too large for that (see `begin`), the samples are kept, and each chunk is
-/// summed up and transformed when it is asked for.
+/// Chunks are read while they arrive: the 32 tones of each byte are summed over every sixteenth,
+/// the sums of the sixteenths of one chunk are added up, and the loudest tones are kept as a byte
+/// for every position. Where a protocol's chunks are too large for that (see `begin`), the samples
+/// are kept, and each chunk is summed up and transformed when it is asked for.
 ///
-/// A sample that is not a number, or as large as none ever is, spoils the chunks that it lies in and no
-/// other.
+/// A sample that is not a number, or as large as none ever is, spoils the chunks that it lies in
+/// and no other.
 class Recording {
 public:
     static constexpr int kPositions = 16; ///< in a frame
@@ -24,11 +24,12 @@ public:
 
     void place(Layout& layout, int samplesPerFrame);
 
-    /// Forgets everything and begins anew, for those enabled rows of `protocols` whose tones start at bin
-    /// `freqStart` and sound together. Rows changed later are not followed.
+    /// Forgets everything and begins anew, for those enabled rows of `protocols` whose tones start
+    /// at bin `freqStart` and sound together. Rows changed later are not followed.
     ///
-    /// Chunks are read as they arrive if for all these rows together 1024 * frames * bytes of a chunk, the
-    /// silent bytes from half of the bins on not counted, come to less than some two million.
+    /// Chunks are read as they arrive if for all these rows together 1024 * frames * bytes of a
+    /// chunk, the silent bytes from half of the bins on not counted, come to less than some two
+    /// million.
     void begin(int freqStart, const GGWave::Protocols& protocols);
     void add(std::span<const float> frame); ///< frames beyond the longest message are dropped
     void end();                             ///< silence follows
@@ -36,7 +37,8 @@ public:
     /// Whether row `id` is recorded, and still is as it was then.
     bool has(ggwave_ProtocolId id, const GGWave::Protocol& protocol) const;
 
-    /// Reads one chunk of row `id`, `chunk.size()` bytes, that begins at `position`. After `end` only.
+    /// Reads one chunk of row `id`, `chunk.size()` bytes, that begins at `position`. After `end`
+    /// only.
     void read(ggwave_ProtocolId id, int position, std::span<std::uint8_t> chunk);
 
 private:

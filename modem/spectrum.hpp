@@ -7,8 +7,8 @@ namespace sorvel::modem {
 
 /// The transform of a receiver, its work arrays and the newest spectrum.
 ///
-/// Bin 0 mixes the constant and the Nyquist share; the bins from samplesPerFrame / 2 on are always zero. No
-/// window, no normalisation.
+/// Bin 0 mixes the constant and the Nyquist share; the bins from samplesPerFrame / 2 on are always
+/// zero. No window, no normalisation.
 class Spectrum {
 public:
     void place(Layout& layout, int samplesPerFrame);
@@ -16,7 +16,8 @@ public:
     /// The power spectrum of one frame, which is news until `takeNews`. The view stays valid.
     std::span<const float> analyse(std::span<const float> frame);
 
-    /// The same in two steps, without the news: sum up in `samples()`, which the transform overwrites.
+    /// The same in two steps, without the news: sum up in `samples()`, which the transform
+    /// overwrites.
     std::span<float> samples() const { return m_fftOut.span().first(m_power.span().size()); }
     std::span<const float> analyseSamples();
 

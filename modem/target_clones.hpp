@@ -1,13 +1,14 @@
-/// SORVEL_TARGET_CLONES before a function compiles it, with all it calls here, twice on x86-64: for every
-/// processor, and for those with AVX2 and fused products; the loader picks one. A loop that the compiler
-/// turns into vectors then works on eight floats at a time, and std::fma is one instruction instead of a
-/// call.
+/// SORVEL_TARGET_CLONES before a function compiles it, with all it calls here, twice on x86-64: for
+/// every processor, and for those with AVX2 and fused products; the loader picks one. A loop that
+/// the compiler turns into vectors then works on eight floats at a time, and std::fma is one
+/// instruction instead of a call.
 ///
 ///     SORVEL_TARGET_CLONES void scale(std::span<float> x) { for (float& v : x) v *= 0.5F; }
 ///
-/// Products are fused only where std::fma says so (contraction is off in this folder), so both give the same
-/// bits. Nothing happens where the loader cannot pick (other processors, a C library other than glibc), where
-/// the build already asks for AVX2, and under sanitizers, which do not run yet when the loader picks.
+/// Products are fused only where std::fma says so (contraction is off in this folder), so both give
+/// the same bits. Nothing happens where the loader cannot pick (other processors, a C library other
+/// than glibc), where the build already asks for AVX2, and under sanitizers, which do not run yet
+/// when the loader picks.
 #pragma once
 
 #define SORVEL_TARGET_CLONES

@@ -9,9 +9,9 @@ namespace sorvel::modem {
 
 /// Queues a payload and makes its sound.
 ///
-/// Each coded byte sounds as two tones of 16 each, its low nibble in the lower band and its high nibble in
-/// the upper; `bytesPerTx` bytes sound together, or tone after tone in mono-tone protocols. Messages stand
-/// between two markers of 16 tones.
+/// Each coded byte sounds as two tones of 16 each, its low nibble in the lower band and its high
+/// nibble in the upper; `bytesPerTx` bytes sound together, or tone after tone in mono-tone
+/// protocols. Messages stand between two markers of 16 tones.
 class Transmitter {
 public:
     Transmitter(const Settings& settings, Coding& coding, GGWave::Resampler& resampler)
@@ -20,8 +20,8 @@ public:
     /// The arrays for the rows that are enabled in `protocols`.
     void place(Layout& layout, const GGWave::Protocols& protocols);
 
-    /// Replaces what was queued; no data only drops it. Longer data than the instance carries is cut, with a
-    /// line on the log stream. False, with such a line: nothing is queued.
+    /// Replaces what was queued; no data only drops it. Longer data than the instance carries is
+    /// cut, with a line on the log stream. False, with such a line: nothing is queued.
     bool queue(std::span<const std::uint8_t> data, const GGWave::Protocols& protocols, ggwave_ProtocolId id,
                int volume_percent);
     bool hasData() const { return m_hasData; }

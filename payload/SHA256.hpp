@@ -7,15 +7,16 @@
 ///
 ///     SHA256().hash("abc")   // "ba7816bf...f20015ad"
 ///
-/// For security (signatures, passwords, tokens) use a vetted library instead: this class ends a text at its
-/// first NUL character, writes only 32 bits of the length (wrong from 512 MiB on), wipes no memory and has
-/// had no review against side channels.
+/// For security (signatures, passwords, tokens) use a vetted library instead: this class ends a
+/// text at its first NUL character, writes only 32 bits of the length (wrong from 512 MiB on),
+/// wipes no memory and has had no review against side channels.
 ///
-/// Algorithm: NIST, Secure Hash Standard, FIPS 180-4 (2015), sections 4.1.2, 4.2.2, 5.1.1, 5.3.3 and 6.2.
+/// Algorithm: NIST, Secure Hash Standard, FIPS 180-4 (2015), sections 4.1.2, 4.2.2, 5.1.1, 5.3.3
+/// and 6.2.
 ///
-/// An object never changes: it hashes any number of texts, from any thread. Each hash allocates the padded
-/// message in blocks of 64 bytes. When memory runs out, `hash` answers an empty string and releases what it
-/// had; only the strings themselves may throw.
+/// An object never changes: it hashes any number of texts, from any thread. Each hash allocates the
+/// padded message in blocks of 64 bytes. When memory runs out, `hash` answers an empty string and
+/// releases what it had; only the strings themselves may throw.
 class SHA256 {
 public:
     SHA256(); ///< fills in the constants
@@ -34,8 +35,8 @@ public:
     /// Releases what `preprocess` returned; null is allowed.
     void freeBuffer(unsigned int** blocks, unsigned long blockCount) const;
 
-    /// Formats 8 words and releases them: `hash` must come from `new unsigned int[8]`. Null gives an empty
-    /// string.
+    /// Formats 8 words and releases them: `hash` must come from `new unsigned int[8]`. Null gives
+    /// an empty string.
     std::string digest(unsigned int* hash) const;
 
     /// Splits a length in bits into two words. Only the low one is kept; `high` becomes 0.

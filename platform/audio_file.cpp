@@ -201,8 +201,8 @@ void append(std::vector<std::byte>& bytes, const char (&name)[5]) {
     for (int i = 0; i < 4; ++i) bytes.push_back(static_cast<std::byte>(name[i]));
 }
 
-/// Everything before the samples. Formats other than whole numbers have a longer description and a count of
-/// frames of their own.
+/// Everything before the samples. Formats other than whole numbers have a longer description and a
+/// count of frames of their own.
 std::vector<std::byte> wavHeader(std::uint32_t rate_hz, StoredFormat format, std::uint32_t frames) {
     const bool isFloat = format == StoredFormat::F32;
     const unsigned size = bytesPerSample(format);

@@ -34,8 +34,8 @@ struct RawAudio {
 
 /// Reads a recording from its start to its end.
 ///
-/// Thread: one at a time. `read` allocates nothing; on a pipe or a device it waits for as much as was asked
-/// for.
+/// Thread: one at a time. `read` allocates nothing; on a pipe or a device it waits for as much as
+/// was asked for.
 class AudioFileReader {
 public:
     static constexpr int kMaxChannels = 64;
@@ -66,9 +66,9 @@ private:
 
 /// Writes one channel as WAV.
 ///
-/// A file appears under its name only once `finish` has been called: until then its samples are in a
-/// temporary file beside it, which goes away with the writer. What is no regular file (a device, a named
-/// pipe) is written to directly.
+/// A file appears under its name only once `finish` has been called: until then its samples are in
+/// a temporary file beside it, which goes away with the writer. What is no regular file (a device,
+/// a named pipe) is written to directly.
 ///
 /// Thread: one at a time.
 class WavWriter {

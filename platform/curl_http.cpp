@@ -23,8 +23,8 @@ constexpr std::size_t kArrivingLimit = 1024;
 constexpr int kIdleWait_ms = 60 * 1000; // woken for every request and for the end
 constexpr double kLongestDrain_s = 3600.0;
 
-/// Keeps signals from a thread that is started meanwhile: they are the application's, and the TLS library's
-/// writes to a closed connection must not end the process.
+/// Keeps signals from a thread that is started meanwhile: they are the application's, and the TLS
+/// library's writes to a closed connection must not end the process.
 class AllSignalsBlocked {
 public:
     AllSignalsBlocked() {

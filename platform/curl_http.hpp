@@ -17,16 +17,17 @@ struct CurlHttpOptions {
     std::size_t bodyBytes = 65536;  ///< a longer body makes the request fail, as do longer headers
 };
 
-/// HTTPS through libcurl's multi interface, on one background thread that starts with the first request.
+/// HTTPS through libcurl's multi interface, on one background thread that starts with the first
+/// request.
 ///
-/// TLS 1.2 or later, peer and host verified; redirects (at most 10) stay on https. A request made inside a
-/// completion goes ahead of the queue, so that what has begun is finished first. A token exchange and its
-/// post thus use one place in flight, and at most 8 + 64 events are under way. Behind these, up to 1024
-/// requests can lie between `submit` and the thread; only while it gets no processor time does that fill up,
-/// and then the newest is dropped.
+/// TLS 1.2 or later, peer and host verified; redirects (at most 10) stay on https. A request made
+/// inside a completion goes ahead of the queue, so that what has begun is finished first. A token
+/// exchange and its post thus use one place in flight, and at most 8 + 64 events are under way.
+/// Behind these, up to 1024 requests can lie between `submit` and the thread; only while it gets no
+/// processor time does that fill up, and then the newest is dropped.
 ///
-/// Thread: all calls from any thread. `submit` allocates, takes no lock once the thread runs, and waits for
-/// nothing; the first one starts the thread.
+/// Thread: all calls from any thread. `submit` allocates, takes no lock once the thread runs, and
+/// waits for nothing; the first one starts the thread.
 class CurlHttpSession final : public HttpSession {
 public:
     explicit CurlHttpSession(CurlHttpOptions options = {});
@@ -37,9 +38,9 @@ public:
     void submit(HttpRequest request, Completion completion) override;
     bool drain(double seconds) override;
 
-    /// Breaks off what is in flight, drops what is queued and ends the thread; later requests are dropped
-    /// too. Takes milliseconds, however long a server hangs. From within a completion it returns before the
-    /// thread has ended.
+    /// Breaks off what is in flight, drops what is queued and ends the thread; later requests are
+    /// dropped too. Takes milliseconds, however long a server hangs. From within a completion it
+    /// returns before the thread has ended.
     void shutdown() noexcept;
 
     /// Requests dropped so far, for want of room or after `shutdown()`.

@@ -6,7 +6,8 @@ namespace sorvel {
 
 namespace {
 
-/// Sound servers mix what programs play and capture, and route it as the user has set it: nothing to arrange.
+/// Sound servers mix what programs play and capture, and route it as the user has set it: nothing
+/// to arrange.
 class ServedSession final : public AudioSession {
 public:
     AudioResult setCategory(Category, std::uint32_t) noexcept override { return AudioResult::success(); }

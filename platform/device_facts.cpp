@@ -19,8 +19,8 @@ constexpr std::size_t kLongestLine = 1024;
 constexpr int kMostLines = 200;
 constexpr std::string_view kZoneFolder = "/zoneinfo/";
 
-/// Calls `take(line)` until it answers true or the file ends; a file that is not one of short lines ends
-/// early.
+/// Calls `take(line)` until it answers true or the file ends; a file that is not one of short lines
+/// ends early.
 template <typename Take>
 void forEachLine(const fs::path& file, Take&& take) {
     std::error_code fault;
@@ -52,7 +52,8 @@ std::string zoneOfPath(std::string_view path) {
     return isZoneName(name) ? std::string(name) : std::string();
 }
 
-/// TZ can also hold a file, or a rule such as "CET-1CEST", which has no name unless a zone file bears it.
+/// TZ can also hold a file, or a rule such as "CET-1CEST", which has no name unless a zone file
+/// bears it.
 std::string zoneOfVariable(std::string_view value, const fs::path& root) {
     if (value.starts_with(':')) value.remove_prefix(1);
     if (value.starts_with('/')) return zoneOfPath(value);

@@ -8,9 +8,9 @@ namespace sorvel {
 
 /// Hands values from any number of threads to whoever takes them, without a lock on either side.
 ///
-/// A stack of nodes: putting one on top is a single exchange, and taking them all is one too, after which the
-/// taker turns the order round. Taking all at once is what makes it safe without hazard pointers: no node
-/// that another thread still compares with is freed and reused underneath it.
+/// A stack of nodes: putting one on top is a single exchange, and taking them all is one too, after
+/// which the taker turns the order round. Taking all at once is what makes it safe without hazard
+/// pointers: no node that another thread still compares with is freed and reused underneath it.
 template <typename Value>
 class Handover {
 public:

@@ -9,8 +9,8 @@
 
 namespace sorvel {
 
-/// In the order of preference: 48000 is what most converters run at, 96000 holds the band as well, and 44100
-/// is the last that does.
+/// In the order of preference: 48000 is what most converters run at, 96000 holds the band as well,
+/// and 44100 is the last that does.
 inline constexpr std::array<int, 3> kPreferredRates_hz{48000, 96000, 44100};
 
 /// What the sound library has to be told to open an input as it should be.
@@ -33,8 +33,8 @@ InputChoice chooseInput(const std::string& device, const SoundServer& server);
 
 /// The server's sources as choices; none where the sound library has no way to reach the server.
 std::vector<InputChoice> serverInputs(const SoundServer& server);
-/// The machine's own inputs, with rate 0 where none can be had. Without a server also the names that stand
-/// for one of them, like "default".
+/// The machine's own inputs, with rate 0 where none can be had. Without a server also the names
+/// that stand for one of them, like "default".
 std::vector<InputChoice> ownInputs(const SoundServer& server);
 /// Of the preferred rates those that an own input can be opened with.
 std::vector<int> supportedRates(const InputChoice& input);

@@ -184,8 +184,8 @@ void PortAudioCapture::State::close(std::string error) noexcept {
 
 // --- the capture thread
 
-/// Takes blocks of 100 ms from the ring until it is stopped or the input ends. Between blocks: no allocation,
-/// no lock but one that is only tried, no message. The wait for sound is the only one.
+/// Takes blocks of 100 ms from the ring until it is stopped or the input ends. Between blocks: no
+/// allocation, no lock but one that is only tried, no message. The wait for sound is the only one.
 void PortAudioCapture::State::read(PortAudioStream& input, AudioBuffer block) noexcept {
     const AudioFormat form = block.format();
     BlockLengths lengths(form.sampleRate);

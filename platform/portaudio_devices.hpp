@@ -23,13 +23,13 @@ struct InputDevice {
     double captureRate_hz = 0.0;        ///< what a listener opens it with; 0: it cannot be opened
 };
 
-/// All inputs, the default one first. With a sound server these are its sources, and the machine's own
-/// devices after them. Takes up to 5 s, and opens each device that has no server for a moment.
+/// All inputs, the default one first. With a sound server these are its sources, and the machine's
+/// own devices after them. Takes up to 5 s, and opens each device that has no server for a moment.
 /// @throws AudioDeviceError
 std::vector<InputDevice> inputDevices();
 
-/// Whether sound at this rate can hold the band from 18 to 19.5 kHz, with room for the filter that every
-/// converter needs below half the rate.
+/// Whether sound at this rate can hold the band from 18 to 19.5 kHz, with room for the filter that
+/// every converter needs below half the rate.
 bool carriesBand(double rate_hz) noexcept;
 /// One line about what is wrong with the rate; empty when nothing is.
 std::string rateWarning(double rate_hz);

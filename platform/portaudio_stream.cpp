@@ -120,8 +120,8 @@ bool PortAudioStream::hasLostServer() const noexcept {
     }
 }
 
-/// On the library's thread: no allocation, no lock, no waiting, no message. Waking the reader is all that
-/// reaches the system.
+/// On the library's thread: no allocation, no lock, no waiting, no message. Waking the reader is
+/// all that reaches the system.
 int PortAudioStream::hear(const void* input, void*, unsigned long frames, const PaStreamCallbackTimeInfo*,
                           PaStreamCallbackFlags flags, void* stream) noexcept {
     auto& self = *static_cast<PortAudioStream*>(stream);

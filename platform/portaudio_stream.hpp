@@ -15,8 +15,8 @@
 
 namespace sorvel {
 
-/// One opened input: what the sound library's thread captures, to be taken by one reader through a lock-free
-/// ring of 2 s.
+/// One opened input: what the sound library's thread captures, to be taken by one reader through a
+/// lock-free ring of 2 s.
 ///
 ///     auto stream = PortAudioStream::prepare("");      // chooses the input and its rate
 ///     stream->start(4800);                             // sound from here on
@@ -27,8 +27,8 @@ public:
     /// @param device  as in chooseInput
     /// @throws AudioDeviceError; takes some 0.1 s, and 4 s at most
     static std::shared_ptr<PortAudioStream> prepare(const std::string& device);
-    /// Ends the stream within 2 s: a close that hangs, because the sound server does, goes on by itself in
-    /// the background, and opening fails until it is through.
+    /// Ends the stream within 2 s: a close that hangs, because the sound server does, goes on by
+    /// itself in the background, and opening fails until it is through.
     static void retire(std::shared_ptr<PortAudioStream> stream) noexcept;
 
     PortAudioStream() = default;
@@ -50,8 +50,8 @@ public:
     bool take(std::span<float> interleaved) noexcept;
     /// The library has ended it: device or server is gone.
     bool hasEnded() const noexcept { return m_hasEnded; }
-    /// It comes from a sound server, which is not there any more. For when sound is overdue: asks, allocates.
-    /// The library may not notice, if the server dies before the first sound.
+    /// It comes from a sound server, which is not there any more. For when sound is overdue: asks,
+    /// allocates. The library may not notice, if the server dies before the first sound.
     bool hasLostServer() const noexcept;
     /// To be said before an input is retired that no longer does what it should.
     void giveUp() noexcept { m_isGivenUp = true; }
@@ -61,8 +61,8 @@ public:
     /// Ends the reader's wait.
     void wake() noexcept { ::sem_post(&m_news.handle); }
 
-    /// Times that sound was lost, because the ring was full or the library had no time, and frames that the
-    /// ring could not take.
+    /// Times that sound was lost, because the ring was full or the library had no time, and frames
+    /// that the ring could not take.
     std::uint64_t overruns() const noexcept { return m_overruns; }
     std::uint64_t droppedFrames() const noexcept { return m_droppedFrames; }
 

@@ -1,6 +1,6 @@
-/// What a PulseAudio or PipeWire server says about its sources. A capture through ALSA does not learn their
-/// rates, and a capture at another rate loses the band: the server's own conversion takes up to 10 dB at
-/// 19.5 kHz.
+/// What a PulseAudio or PipeWire server says about its sources. A capture through ALSA does not
+/// learn their rates, and a capture at another rate loses the band: the server's own conversion
+/// takes up to 10 dB at 19.5 kHz.
 #pragma once
 
 #include <cstdint>
@@ -27,8 +27,8 @@ struct SoundServer {
     const ServerSource* find(const std::string& name) const noexcept; ///< null: not one of its sources
 };
 
-/// Asks the server that PULSE_SERVER or the user's configuration names; starts none. PULSE_SOURCE counts as
-/// the default source, as it does for captures.
+/// Asks the server that PULSE_SERVER or the user's configuration names; starts none. PULSE_SOURCE
+/// counts as the default source, as it does for captures.
 ///
 /// @param timeout_s  the longest it may take; without a server it takes a few milliseconds
 ///

@@ -1,11 +1,11 @@
-/// Streaming conversion of float audio between sample rates, and the steps on either side of it: mixing down
-/// to one channel before, rounding to 16 bits after.
+/// Streaming conversion of float audio between sample rates, and the steps on either side of it:
+/// mixing down to one channel before, rounding to 16 bits after.
 ///
 ///   - `RateConverter` is for recordings: every sample comes out, none shifted in time.
 ///   - `LiveRateConverter` is for capture: every block of output is filled, from the first one on.
 ///
-/// Both use a Kaiser-windowed sinc of 80 taps (more when the rate falls, in proportion). Measured in the band
-/// from 18.0 to 19.5 kHz, with all that is not the tone below -100 dB of it:
+/// Both use a Kaiser-windowed sinc of 80 taps (more when the rate falls, in proportion). Measured
+/// in the band from 18.0 to 19.5 kHz, with all that is not the tone below -100 dB of it:
 ///
 ///   | from          | to   | level, dB                       |
 ///   |---------------|------|---------------------------------|
@@ -15,7 +15,8 @@
 ///
 /// Equal rates are copied.
 ///
-/// Rates are kept to 0.01 Hz. Thread: one at a time per converter. Only constructors allocate; nothing locks.
+/// Rates are kept to 0.01 Hz. Thread: one at a time per converter. Only constructors allocate;
+/// nothing locks.
 #pragma once
 
 #include <cstddef>
@@ -75,12 +76,14 @@ private:
     std::uint64_t m_produced = 0;
 };
 
-/// Converts captured blocks, each to an output block of the length the caller wants, which is always filled.
+/// Converts captured blocks, each to an output block of the length the caller wants, which is
+/// always filled.
 ///
-/// The latency comes out as leading silence: half the filter (40 input samples while the rate rises or
-/// stays), and the 1 ms that is kept in hand so that blocks of uneven length (11025 Hz: 1102 and 1103 samples
-/// in 100 ms) still fill theirs. A caller whose blocks ask for less than the input yields loses the surplus
-/// in pieces of 1 ms; one that asks for more gets silence for what is missing.
+/// The latency comes out as leading silence: half the filter (40 input samples while the rate rises
+/// or stays), and the 1 ms that is kept in hand so that blocks of uneven length (11025 Hz: 1102 and
+/// 1103 samples in 100 ms) still fill theirs. A caller whose blocks ask for less than the input
+/// yields loses the surplus in pieces of 1 ms; one that asks for more gets silence for what is
+/// missing.
 class LiveRateConverter {
 public:
     /// @throws as ResamplingFilter
@@ -100,8 +103,8 @@ private:
     std::size_t m_count;
 };
 
-/// Mean of the channels of each frame. What is not finite counts as 0, and levels beyond 1e6 times full scale
-/// as that, so that one bad sample cannot spread through a filter.
+/// Mean of the channels of each frame. What is not finite counts as 0, and levels beyond 1e6 times
+/// full scale as that, so that one bad sample cannot spread through a filter.
 ///
 /// @param interleaved  mono.size() * channels samples
 void mixToMono(std::span<const float> interleaved, std::size_t channels, std::span<float> mono) noexcept;

@@ -30,8 +30,8 @@ public:
     }
 };
 
-/// A lock that the pushing side only ever tries: whoever installs or removes a tap waits for it, a push does
-/// not.
+/// A lock that the pushing side only ever tries: whoever installs or removes a tap waits for it, a
+/// push does not.
 class Turn {
 public:
     bool tryTake() noexcept { return !m_isTaken.test_and_set(std::memory_order_acquire); }

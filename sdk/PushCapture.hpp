@@ -15,11 +15,12 @@
 ///     // on the application's capture thread, any number of frames at a time:
 ///     capture.push(samples);
 ///
-/// Pushed sound is cut into blocks of 100 ms; each is converted and decoded inside the `push` that completes
-/// it, so on the pushing thread. Serves one listener. The rest is taken from the platform it was made with.
+/// Pushed sound is cut into blocks of 100 ms; each is converted and decoded inside the `push` that
+/// completes it, so on the pushing thread. Serves one listener. The rest is taken from the platform
+/// it was made with.
 ///
-/// Capture at the microphone's own rate, 44.1 kHz or more: another rate conversion on the way may take away
-/// the band from 18.0 to 19.5 kHz.
+/// Capture at the microphone's own rate, 44.1 kHz or more: another rate conversion on the way may
+/// take away the band from 18.0 to 19.5 kHz.
 class PushCapture {
 public:
     /// @param sampleRate    Hz, 1000 to 384000, as close to the true one as is known
@@ -35,12 +36,12 @@ public:
     const sorvel::Platform& platform() const noexcept { return m_platform; }
 
     /// Takes captured samples, frames of interleaved channels, full scale 1.0.
-    /// @return false, and nothing is taken, if they are not whole frames, if the listener is not listening or
-    /// is being
-    ///         started or stopped at this moment, or if another thread is inside `push`
+    /// @return false, and nothing is taken, if they are not whole frames, if the listener is not
+    ///         listening or is being started or stopped at this moment, or if another thread is inside
+    ///         `push`
     ///
-    /// Thread: one at a time. Neither allocates, locks nor waits beyond what decoding does, however long the
-    /// buffer.
+    /// Thread: one at a time. Neither allocates, locks nor waits beyond what decoding does, however
+    /// long the buffer.
     bool push(std::span<const float> interleaved) noexcept;
 
 private:

@@ -35,9 +35,9 @@ Platform checked(const Platform& platform) {
     return platform;
 }
 
-/// The callback in force when a delivery's turn comes. An object of its own, so that a delivery waiting in
-/// the main queue does not keep the listener, and with it the queue, alive. The capture thread never looks
-/// into it.
+/// The callback in force when a delivery's turn comes. An object of its own, so that a delivery
+/// waiting in the main queue does not keep the listener, and with it the queue, alive. The capture
+/// thread never looks into it.
 class CallBackSlot {
 public:
     void set(SorvelUBM::CallBack callback) {
@@ -127,8 +127,8 @@ void SorvelUBM::Listener::startListening() {
     print("Sorvel started listening for ubms");
     if (!establishSession()) return;
 
-    // A platform without input or converter is treated as one without a session, rather than ending the
-    // process.
+    // A platform without input or converter is treated as one without a session, rather than ending
+    // the process.
     const sorvel::AudioFormat hardware = m_mic ? m_mic->outputFormat(kBus) : sorvel::AudioFormat{};
     auto converter = m_mic ? m_platform.makeConverter(hardware, sorvel::kTargetFormat) : nullptr;
     if (!converter || !m_wrapper) return print("Sorvel couldn't establish audio session");
@@ -162,10 +162,10 @@ void SorvelUBM::Listener::stopListening() {
 
 // --- the capture thread
 
-/// Here and below, for every block: no allocation, no lock, no waiting, no printing, no file or socket.
-/// Allowed for a text that is delivered, so once a second at most: memory for its event and its places in the
-/// main queue and the HTTP session, which are lock-free, and the locks that guard a look-up of the install id
-/// and of the zone's offset.
+/// Here and below, for every block: no allocation, no lock, no waiting, no printing, no file or
+/// socket. Allowed for a text that is delivered, so once a second at most: memory for its event and
+/// its places in the main queue and the HTTP session, which are lock-free, and the locks that guard
+/// a look-up of the install id and of the zone's offset.
 void SorvelUBM::Listener::hear(BlockDecoding& decoding, const sorvel::AudioBuffer& block) noexcept {
     try {
         if (const std::string_view text = decoding.hear(block); !text.empty()) deliver(text);
@@ -192,7 +192,8 @@ void SorvelUBM::Listener::sendEvent(MakeEvent&& makeEvent) noexcept {
         if (!EventHub::isSending() || !m_platform.http) return;
         std::optional<std::string> document = makeEvent().encode();
         if (!document) return;
-        // Not a reference of its own: the session holds this completion, and must be free to end before it.
+        // Not a reference of its own: the session holds this completion, and must be free to end
+        // before it.
         EventHub::getSASToken(*m_platform.http, [session = std::weak_ptr(m_platform.http),
                                                  eventData = *std::move(document)](const std::string& token) {
             const auto alive = session.lock();

@@ -10,11 +10,12 @@
 #include <utility>
 #include <vector>
 
-/// Captured sound on its way to the decoder: session, engine, input node, buffers and rate conversion.
+/// Captured sound on its way to the decoder: session, engine, input node, buffers and rate
+/// conversion.
 ///
-/// Who writes a capture source implements AudioEngine and AudioInputNode and calls the tap block; who writes
-/// a converter implements AudioConverter. Both run on the capture thread between blocks and must neither
-/// allocate, lock, wait nor throw there.
+/// Who writes a capture source implements AudioEngine and AudioInputNode and calls the tap block;
+/// who writes a converter implements AudioConverter. Both run on the capture thread between blocks
+/// and must neither allocate, lock, wait nor throw there.
 namespace sorvel {
 
 enum class SampleType : std::uint8_t { Float32 = 1, Int16 = 3 };
@@ -35,8 +36,8 @@ inline constexpr std::uint32_t kTargetBlockBytes = 2 * kTargetBlockFrames;
 
 /// PCM samples in memory of their own, zero-filled when made.
 ///
-/// Sample of frame f and channel c: `floatSamples(c)[f * stride()]`, interleaved or not. The spans reach to
-/// the capacity, so that a writer can fill the buffer before it sets `frameLength`.
+/// Sample of frame f and channel c: `floatSamples(c)[f * stride()]`, interleaved or not. The spans
+/// reach to the capacity, so that a writer can fill the buffer before it sets `frameLength`.
 class AudioBuffer {
 public:
     /// @param frameCapacity  frames that fit
@@ -58,8 +59,8 @@ public:
     std::span<std::int16_t> int16Samples(std::uint32_t channel) noexcept;
     std::span<const std::int16_t> int16Samples(std::uint32_t channel) const noexcept;
 
-    /// Empties the buffer for its next use: capacity as given, length 0, all memory zero. Allocates only when
-    /// `frameCapacity` exceeds every capacity before.
+    /// Empties the buffer for its next use: capacity as given, length 0, all memory zero. Allocates
+    /// only when `frameCapacity` exceeds every capacity before.
     void reset(std::uint32_t frameCapacity);
     /// All the memory, which may be more than the capacity takes.
     std::span<const std::byte> bytes() const noexcept { return m_memory; }
@@ -102,9 +103,9 @@ public:
     virtual AudioResult setAllowHapticsAndSystemSoundsDuringRecording(bool allow) noexcept = 0;
 };
 
-/// Receives one captured block: samples in the format the tap was installed with, and their time in seconds
-/// on any steady scale. The reference ends with the call. Does not throw, allocate or lock, except to deliver
-/// a text.
+/// Receives one captured block: samples in the format the tap was installed with, and their time in
+/// seconds on any steady scale. The reference ends with the call. Does not throw, allocate or lock,
+/// except to deliver a text.
 using TapBlock = std::function<void(const AudioBuffer& block, double time_s)>;
 
 class AudioInputNode {
@@ -112,20 +113,20 @@ public:
     virtual ~AudioInputNode() = default;
     /// The format that the hardware delivers; only its sample rate matters to the listener.
     virtual AudioFormat outputFormat(std::uint32_t bus) noexcept = 0;
-    /// Installs `block`, in place of any other on this bus. While the engine runs it is called on the capture
-    /// thread, one call at a time.
+    /// Installs `block`, in place of any other on this bus. While the engine runs it is called on
+    /// the capture thread, one call at a time.
     ///
-    /// Sources deliver blocks of 100 ms (see BlockLengths), whatever `bufferFrames` asks for: the listener
-    /// scales a fixed 100 ms of decoder input by how full its converted block is.
+    /// Sources deliver blocks of 100 ms (see BlockLengths), whatever `bufferFrames` asks for: the
+    /// listener scales a fixed 100 ms of decoder input by how full its converted block is.
     virtual void installTap(std::uint32_t bus, std::uint32_t bufferFrames, const AudioFormat& format,
                             TapBlock block) noexcept = 0;
-    /// Removes and releases the block; it is not running and will not be called once this returns. Must not
-    /// be called from within the block, for which it waits.
+    /// Removes and releases the block; it is not running and will not be called once this returns.
+    /// Must not be called from within the block, for which it waits.
     virtual void removeTap(std::uint32_t bus) noexcept = 0;
 };
 
-/// One capture source. Made once per listener, started and stopped any number of times, from any thread but
-/// the capture thread.
+/// One capture source. Made once per listener, started and stopped any number of times, from any
+/// thread but the capture thread.
 class AudioEngine {
 public:
     virtual ~AudioEngine() = default; ///< stops
@@ -152,17 +153,20 @@ public:
 class AudioConverter {
 public:
     virtual ~AudioConverter() = default;
-    /// Takes blocks from `input` until it answers NoDataNow, and writes to `output` from its first frame on.
+    /// Takes blocks from `input` until it answers NoDataNow, and writes to `output` from its first
+    /// frame on.
     ///
-    /// Fills `output` to its capacity for every block, from the first one on: the latency comes out as
-    /// leading silence. A block in another format than the one announced gives Error and length 0.
+    /// Fills `output` to its capacity for every block, from the first one on: the latency comes out
+    /// as leading silence. A block in another format than the one announced gives Error and length
+    /// 0.
     ///
-    /// Thread: capture thread. Allocates nothing once blocks have reached their usual length, locks nothing.
+    /// Thread: capture thread. Allocates nothing once blocks have reached their usual length, locks
+    /// nothing.
     virtual ConverterStatus convert(AudioBuffer& output, ConverterInput& input) noexcept = 0;
 };
 
-/// Lengths of successive 100 ms blocks at a rate at which 100 ms may not be a whole number of frames: at
-/// 11025 Hz 1102 and 1103 frames in turn, so that blocks keep pace with time.
+/// Lengths of successive 100 ms blocks at a rate at which 100 ms may not be a whole number of
+/// frames: at 11025 Hz 1102 and 1103 frames in turn, so that blocks keep pace with time.
 class BlockLengths {
 public:
     /// @param sampleRate  Hz, 10 to 447000; other rates give blocks of the nearest rate in range

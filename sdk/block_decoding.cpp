@@ -12,8 +12,8 @@ namespace {
 // A minute. Only blocks at rates far below any sound could ask for more.
 constexpr std::uint32_t kLargestOutput_frames = 60 * 96000;
 
-/// Frames at 96 kHz that last as long as `frames` at `rate`, the rate cut to whole Hz; nothing if the product
-/// leaves 32 bits or the rate is no rate.
+/// Frames at 96 kHz that last as long as `frames` at `rate`, the rate cut to whole Hz; nothing if
+/// the product leaves 32 bits or the rate is no rate.
 std::optional<std::uint32_t> outputFrames(std::uint32_t frames, double rate) {
     constexpr std::uint32_t kTargetRate = 96000;
     if (!(rate >= 1.0 && rate <= std::numeric_limits<std::uint32_t>::max()))
@@ -71,8 +71,8 @@ bool BlockDecoding::convert(const AudioBuffer& block) {
     return true; // after an error too: the modem's clock goes on
 }
 
-/// A fixed 100 ms of bytes, scaled by how full the converted block is: in blocks of 100 ms that is what they
-/// hold. The buffer has memory for them at any capacity.
+/// A fixed 100 ms of bytes, scaled by how full the converted block is: in blocks of 100 ms that is
+/// what they hold. The buffer has memory for them at any capacity.
 std::int32_t BlockDecoding::waveformBytes() const noexcept {
     const float fullness =
         static_cast<float>(m_output.frameLength()) / static_cast<float>(m_output.frameCapacity());

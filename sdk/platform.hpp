@@ -9,18 +9,20 @@
 #include <string>
 #include <string_view>
 
-/// What a platform provides to the listener: everything SorvelUBM touches outside this process's own memory.
+/// What a platform provides to the listener: everything SorvelUBM touches outside this process's
+/// own memory.
 ///
-/// The library `sorvel_platform` implements it for Linux, `PushCapture` takes sound from the application,
-/// tests fake it. Take `defaultPlatform()`, exchange single parts, hand the result to SorvelUBM.
+/// The library `sorvel_platform` implements it for Linux, `PushCapture` takes sound from the
+/// application, tests fake it. Take `defaultPlatform()`, exchange single parts, hand the result to
+/// SorvelUBM.
 namespace sorvel {
 
 /// Runs tasks later, one at a time, in the order they came.
 class TaskQueue {
 public:
     virtual ~TaskQueue() = default;
-    /// Queues `task` and returns at once; never runs it inside this call. Any thread, the capture thread
-    /// included: takes no lock that a running task holds.
+    /// Queues `task` and returns at once; never runs it inside this call. Any thread, the capture
+    /// thread included: takes no lock that a running task holds.
     virtual void async(std::function<void()> task) = 0;
 };
 
@@ -35,8 +37,8 @@ public:
 std::shared_ptr<ProgressLines> standardOutputLines();
 std::shared_ptr<ProgressLines> standardErrorLines();
 
-/// From converted blocks to texts. The listener makes one of these; without a maker in the platform it is the
-/// modem behind `CPP_wrapper`, whose calls it has.
+/// From converted blocks to texts. The listener makes one of these; without a maker in the platform
+/// it is the modem behind `CPP_wrapper`, whose calls it has.
 class Decoder {
 public:
     virtual ~Decoder() = default;
@@ -46,7 +48,8 @@ public:
                                 const std::string& prefix) = 0;
 };
 
-/// The parts, as a value: copies share them. None may be null but `http`, `progress` and `makeDecoder`.
+/// The parts, as a value: copies share them. None may be null but `http`, `progress` and
+/// `makeDecoder`.
 struct Platform : Environment {
     std::shared_ptr<AudioSession> audioSession;
     /// Called once per listener, on the constructing thread.
@@ -59,9 +62,9 @@ struct Platform : Environment {
     std::function<std::unique_ptr<Decoder>()> makeDecoder;           ///< empty: the modem
 };
 
-/// The machine's own platform: default microphone, main queue `MainQueue::main()`, settings in the user's
-/// configuration folder, HTTPS. Its parts are made at the first call and live until the process ends; that
-/// call also sets the shared environment. Link `sorvel_platform`.
+/// The machine's own platform: default microphone, main queue `MainQueue::main()`, settings in the
+/// user's configuration folder, HTTPS. Its parts are made at the first call and live until the
+/// process ends; that call also sets the shared environment. Link `sorvel_platform`.
 ///
 /// Thread: any.
 Platform defaultPlatform();

@@ -9,9 +9,9 @@
 
 /// One telemetry record, a plain value; its JSON form is the contract with the back end.
 ///
-/// Make one with a factory, `encode()` it, hand the text to EventHub. The fields stand in the order in which
-/// they are written, and their names are the JSON keys, odd spellings included. A field without a value has
-/// no key.
+/// Make one with a factory, `encode()` it, hand the text to EventHub. The fields stand in the order
+/// in which they are written, and their names are the JSON keys, odd spellings included. A field
+/// without a value has no key.
 ///
 /// Thread: a value; the factories may be called from any thread. They and the conversions allocate.
 class Event {
@@ -62,18 +62,19 @@ public:
     static Event success(const std::string& uuid, bool success, const std::string& prefix,
                          const sorvel::Environment& environment = sorvel::sharedEnvironment());
 
-    /// The current time as "2025-06-12T09:41:07+00:00", in UTC or else in the device's zone; years 0000 to
-    /// 9999.
+    /// The current time as "2025-06-12T09:41:07+00:00", in UTC or else in the device's zone; years
+    /// 0000 to 9999.
     static std::string
     formatCurrentTime(bool utc, const sorvel::Environment& environment = sorvel::sharedEnvironment());
 
-    /// Compact JSON, UTF-8, keys in field order, `/` written as `\/`; bytes that are not UTF-8 become U+FFFD.
+    /// Compact JSON, UTF-8, keys in field order, `/` written as `\/`; bytes that are not UTF-8
+    /// become U+FFFD.
     /// @return nothing if a coordinate is not a finite number, which JSON cannot carry
     std::optional<std::string> encode() const;
 
     struct Decoded;
-    /// Reads a record back. Unknown keys are ignored, null counts as absent; of a repeated key the last
-    /// holds. Makes the install id if there is none yet.
+    /// Reads a record back. Unknown keys are ignored, null counts as absent; of a repeated key the
+    /// last holds. Makes the install id if there is none yet.
     static Decoded decode(std::string_view json,
                           const sorvel::Environment& environment = sorvel::sharedEnvironment());
 
@@ -84,8 +85,8 @@ private:
     static std::string getaddid(const sorvel::Environment& environment);
 };
 
-/// A record, or why there is none: not JSON, not an object, a key missing or of another type (the first in
-/// field order, by name).
+/// A record, or why there is none: not JSON, not an object, a key missing or of another type (the
+/// first in field order, by name).
 struct Event::Decoded {
     std::optional<Event> event;
     std::string error; ///< one line; empty with an event

@@ -27,8 +27,8 @@ bool isAlphanumeric(char c) {
     return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
-/// "name", "name:port", "1.2.3.4:port" or "[::1]:port", split into the two; an empty name if it is none of
-/// these.
+/// "name", "name:port", "1.2.3.4:port" or "[::1]:port", split into the two; an empty name if it is
+/// none of these.
 struct HostAndPort {
     std::string_view name;
     std::string_view port;
@@ -81,7 +81,8 @@ struct Hosts {
     std::string event = SORVEL_EVENT_HOST;
 };
 
-/// The hosts in use, readable without a lock. Earlier ones are kept: a sender may still be reading them.
+/// The hosts in use, readable without a lock. Earlier ones are kept: a sender may still be reading
+/// them.
 class Settings {
 public:
     Settings() {
@@ -137,7 +138,8 @@ void EventHub::getSASToken(HttpSession& session, TokenCompletion completion) {
     asking.headers.emplace_back(kApiKeyHeader, kApiKey);
     session.submit(std::move(asking),
                    [then = std::move(completion)](const std::optional<HttpResponse>& response) {
-                       // No look at the status: the hub's answer to a bad token is where such a failure ends.
+                       // No look at the status: the hub's answer to a bad token is where such a
+                       // failure ends.
                        if (response && sorvel::isUtf8(response->body) && then) then(response->body);
                    });
 }

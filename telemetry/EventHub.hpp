@@ -7,9 +7,9 @@
 
 /// Delivers event documents: asks the token service for a token, then posts the document with it.
 ///
-/// Every event costs one token request and one post; nothing is cached, retried or reported, and no failure
-/// comes back. While a host lies under the reserved domain `.invalid`, as both do by default, what is meant
-/// for it is not sent and no name is looked up.
+/// Every event costs one token request and one post; nothing is cached, retried or reported, and no
+/// failure comes back. While a host lies under the reserved domain `.invalid`, as both do by
+/// default, what is meant for it is not sent and no name is looked up.
 ///
 /// Thread: every call from any thread. Sending neither locks nor waits; it allocates.
 class EventHub {
@@ -18,17 +18,16 @@ public:
 
     using TokenCompletion = std::function<void(const std::string& token)>;
 
-    /// Asks for a token and returns at once. `completion` is called at most once, on a thread of the session,
-    /// with the whole body as the token: whatever the status, nothing trimmed, empty included. It is never
-    /// called without a response, or if the body is not UTF-8.
+    /// Asks for a token and returns at once. `completion` is called at most once, on a thread of
+    /// the session, with the whole body as the token: whatever the status, nothing trimmed, empty
+    /// included. It is never called without a response, or if the body is not UTF-8.
     static void getSASToken(TokenCompletion completion);
     static void getSASToken(sorvel::HttpSession& session, TokenCompletion completion);
 
     /// Posts one document and returns at once.
     /// @param uri    an https address; anything else drops the event
-    /// @param token  the Authorization header as it is; with a control character in it, which could begin
-    /// another
-    ///               header, the event is dropped
+    /// @param token  the Authorization header as it is; with a control character in it, which could
+    ///               begin another header, the event is dropped
     static void sendEventToAzureEventHub(const std::string& uri, const std::string& token,
                                          const std::string& eventData);
     static void sendEventToAzureEventHub(sorvel::HttpSession& session, const std::string& uri,
@@ -44,11 +43,12 @@ public:
     static bool setTokenHost(const std::string& host);
     static bool setEventHost(const std::string& host);
 
-    /// Switches telemetry off or on again (on at first), for everything not yet handed to the session.
+    /// Switches telemetry off or on again (on at first), for everything not yet handed to the
+    /// session.
     static void turnOff() noexcept;
     static void turnOn() noexcept;
 
-    /// Whether an event would be sent: switched on, and both hosts real ones. Without it an event need not be
-    /// made.
+    /// Whether an event would be sent: switched on, and both hosts real ones. Without it an event
+    /// need not be made.
     static bool isSending() noexcept;
 };

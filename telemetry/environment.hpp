@@ -10,9 +10,10 @@
 
 /// What telemetry needs from the machine it runs on, as small interfaces.
 ///
-/// `sdk/platform.hpp` adds the audio side and re-exports these; `platform/` implements them. Every call may
-/// come from several threads at once, the capture thread among them: implementations keep facts ready in
-/// memory, hold a lock for no longer than a copy takes, and touch no file or socket while answering.
+/// `sdk/platform.hpp` adds the audio side and re-exports these; `platform/` implements them. Every
+/// call may come from several threads at once, the capture thread among them: implementations keep
+/// facts ready in memory, hold a lock for no longer than a copy takes, and touch no file or socket
+/// while answering.
 namespace sorvel {
 
 class Clock {
@@ -28,8 +29,8 @@ public:
     virtual ~KeyValueStore() = default;
     /// The stored text, or nothing. Answers from memory.
     virtual std::optional<std::string> string(const std::string& key) = 0;
-    /// Stores `value` for this process at once, and for later ones where the machine allows it. May write a
-    /// file; a storage fault is no failure: the value then lasts as long as the process.
+    /// Stores `value` for this process at once, and for later ones where the machine allows it. May
+    /// write a file; a storage fault is no failure: the value then lasts as long as the process.
     virtual void setString(const std::string& key, const std::string& value) = 0;
 };
 
@@ -56,8 +57,8 @@ public:
 struct HttpRequest {
     std::string method; ///< "GET" or "POST"
     std::string url;    ///< https only
-    /// Sent in this order and no others beside what HTTP itself demands; an empty value is sent as an empty
-    /// header.
+    /// Sent in this order and no others beside what HTTP itself demands; an empty value is sent as
+    /// an empty header.
     std::vector<std::pair<std::string, std::string>> headers;
     std::string body;        ///< POST only
     double timeout_s = 60.0; ///< for the whole exchange
@@ -71,23 +72,23 @@ struct HttpResponse {
 /// Requests that nothing waits for.
 class HttpSession {
 public:
-    /// Called at most once, on a thread of the session: with the response, or with nothing when there was
-    /// none (no network, no trust, timeout, too long a body). Not called for a request that was dropped from
-    /// a full queue or at the end of the session.
+    /// Called at most once, on a thread of the session: with the response, or with nothing when
+    /// there was none (no network, no trust, timeout, too long a body). Not called for a request
+    /// that was dropped from a full queue or at the end of the session.
     using Completion = std::function<void(const std::optional<HttpResponse>&)>;
 
     virtual ~HttpSession() = default;
-    /// Hands a request over and returns at once; callable from any thread, the capture thread and completions
-    /// included. Never waits for another thread. Requests beyond the session's bounds are dropped and
-    /// counted.
+    /// Hands a request over and returns at once; callable from any thread, the capture thread and
+    /// completions included. Never waits for another thread. Requests beyond the session's bounds
+    /// are dropped and counted.
     virtual void submit(HttpRequest request, Completion completion) = 0;
-    /// Waits until nothing is queued or in flight, or `seconds` have passed. @return whether all is done
+    /// Waits until nothing is queued or in flight, or `seconds` have passed.
+    /// @return whether all is done
     virtual bool drain(double seconds) = 0;
 };
 
-/// @return whether `value` may stand in a header line as it is: no control characters, so that no text from
-/// outside
-///         can end the line and begin another.
+/// @return whether `value` may stand in a header line as it is: no control characters, so that no
+///         text from outside can end the line and begin another
 bool isHeaderSafe(std::string_view value) noexcept;
 
 /// @return whether `text` is well-formed UTF-8 (RFC 3629: no surrogates, no overlong forms, up to U+10FFFF)
@@ -99,8 +100,8 @@ std::shared_ptr<KeyValueStore> memoryStore();   ///< forgets at exit
 std::shared_ptr<DeviceFacts> unknownDevice();   ///< "UTC", offset 0, "unknown"
 std::shared_ptr<UuidGenerator> portableUuids(); ///< version 4, from std::random_device
 
-/// The facts and services of one machine (or of a test). A value: copies share the parts. No part but `http`
-/// may be null; without `http` nothing is sent.
+/// The facts and services of one machine (or of a test). A value: copies share the parts. No part
+/// but `http` may be null; without `http` nothing is sent.
 struct Environment {
     std::shared_ptr<Clock> clock = portableClock();
     std::shared_ptr<KeyValueStore> store = memoryStore();
@@ -109,8 +110,8 @@ struct Environment {
     std::shared_ptr<HttpSession> http;
 };
 
-/// The environment of calls that name none. `defaultPlatform()` sets it to the machine's at its first call.
-/// Thread: any; takes a lock, so the capture thread passes its environment instead.
+/// The environment of calls that name none. `defaultPlatform()` sets it to the machine's at its
+/// first call. Thread: any; takes a lock, so the capture thread passes its environment instead.
 Environment sharedEnvironment();
 void setSharedEnvironment(Environment environment);
 

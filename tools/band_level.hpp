@@ -12,9 +12,9 @@ namespace sorvel {
 
 /// RMS level of the band around 18.75 kHz, block by block.
 ///
-/// One band-pass section of 1.5 kHz width (Bristow-Johnson, "Cookbook formulae for audio equalizer biquad
-/// filter coefficients", constant 0 dB peak gain). Thread: `hear` on the capture thread, `level_dbfs` on any;
-/// neither allocates nor locks.
+/// One band-pass section of 1.5 kHz width (Bristow-Johnson, "Cookbook formulae for audio equalizer
+/// biquad filter coefficients", constant 0 dB peak gain). Thread: `hear` on the capture thread,
+/// `level_dbfs` on any; neither allocates nor locks.
 class BandLevel {
 public:
     void hear(const AudioBuffer& block) noexcept {

@@ -54,10 +54,12 @@ CLI::Option* addFormat(CLI::App& app, StoredFormat& format, const std::vector<St
 /// @throws OutputClosed when its reader is gone, std::runtime_error when it cannot be written
 void printLine(std::string_view line);
 
-/// "sorvel: " and the text on standard error. What could break the line or drive a terminal shows as '?'.
+/// "sorvel: " and the text on standard error. What could break the line or drive a terminal shows
+/// as '?'.
 void printError(std::string_view text);
 
-/// A line on standard error that is written over again and again, when that is a terminal; else nothing.
+/// A line on standard error that is written over again and again, when that is a terminal; else
+/// nothing.
 class StatusLine {
 public:
     StatusLine();

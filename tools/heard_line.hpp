@@ -7,8 +7,8 @@
 
 namespace sorvel {
 
-/// {"text":...,"time":...,"file":...}, without a line break. A file name that is not UTF-8 has its wrong
-/// bytes replaced.
+/// {"text":...,"time":...,"file":...}, without a line break. A file name that is not UTF-8 has its
+/// wrong bytes replaced.
 std::string jsonLine(const Heard& heard, const std::string& file);
 /// {"message":...,"hex":...,"time":...,"file":...}, the first only where the bytes are printable.
 std::string jsonLine(const HeardMessage& heard, const std::string& file);

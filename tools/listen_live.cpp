@@ -35,7 +35,8 @@ volatile std::sig_atomic_t wasInterrupted = 0;
 
 void interrupt(int) { wasInterrupted = 1; }
 
-/// Keeps the listener's progress lines back until it listens: a start that fails is one line, the reason.
+/// Keeps the listener's progress lines back until it listens: a start that fails is one line, the
+/// reason.
 class HeldLines final : public ProgressLines {
 public:
     void line(std::string_view text) noexcept override {
@@ -126,8 +127,8 @@ private:
         printLine(m_options.json ? jsonLine(Heard{text, elapsed_s()}, m_capture->status().device) : text);
     }
 
-    /// Says why capture ended, and opens the microphone again, with growing pauses. @return false under
-    /// --once
+    /// Says why capture ended, and opens the microphone again, with growing pauses.
+    /// @return false under --once
     bool comeBack() {
         m_status.clear();
         printError(obstacle());

@@ -1,4 +1,5 @@
-/// Messages of 1 to 140 bytes between markers: their sound, and the path from a recording back to them.
+/// Messages of 1 to 140 bytes between markers: their sound, and the path from a recording back to
+/// them.
 #pragma once
 
 #include "modem/ggwave.h"
@@ -20,8 +21,8 @@ namespace sorvel {
 std::vector<float> messageTransmission(const std::string& bytes, ggwave_ProtocolId protocolId,
                                        int volume_percent);
 
-/// Whether `bytes` can stand on a terminal as they are: UTF-8 without control characters, tabs and line ends
-/// aside.
+/// Whether `bytes` can stand on a terminal as they are: UTF-8 without control characters, tabs and
+/// line ends aside.
 bool isPrintable(const std::string& bytes);
 /// Two lower-case digits a byte.
 std::string inHex(const std::string& bytes);
@@ -33,8 +34,8 @@ struct HeardMessage {
 
 /// Converts sound to 48 kHz and hands it to the modem in whole frames. Same calls as TextReceiver.
 ///
-/// File audio gets a triangular dither of one 16-bit step: in digital silence the switching of tones looks
-/// like an end marker.
+/// File audio gets a triangular dither of one 16-bit step: in digital silence the switching of
+/// tones looks like an end marker.
 class MessageReceiver {
 public:
     explicit MessageReceiver(std::function<void(const HeardMessage&)> deliver);

@@ -5,8 +5,8 @@
 
 namespace sorvel {
 
-/// Puts the rows of a file in place of all others in the modem's tables, both to send and to receive; what is
-/// made afterwards uses them. The file is an array of objects:
+/// Puts the rows of a file in place of all others in the modem's tables, both to send and to
+/// receive; what is made afterwards uses them. The file is an array of objects:
 ///
 ///     [{"id": 2, "name": "fast", "freqStart": 300, "framesPerTx": 3, "bytesPerTx": 1, "extra": 1}]
 ///

@@ -34,8 +34,8 @@ private:
 
 std::unique_ptr<Decoder> decoderOfEveryText() { return std::make_unique<DecoderOfEveryText>(); }
 
-/// Wall-clock time at the recording's pace. Where repeats are wanted it runs a hundred times as fast, so that
-/// no text comes within a second of the one before.
+/// Wall-clock time at the recording's pace. Where repeats are wanted it runs a hundred times as
+/// fast, so that no text comes within a second of the one before.
 class TextReceiver::RecordedTime final : public Clock {
 public:
     RecordedTime(const Clock& wall, Repeats repeats)

@@ -1,4 +1,5 @@
-/// The path from a recording's samples to the texts in it: the listener itself, on the recording's own clock.
+/// The path from a recording's samples to the texts in it: the listener itself, on the recording's
+/// own clock.
 #pragma once
 
 #include "platform/rate_converter.hpp"
@@ -22,13 +23,15 @@ struct Heard {
         0.0; ///< from the recording's start to the end of the 100 ms in which the text was complete
 };
 
-/// Which of the deliveries count. The decoder reports a text some two times, and more while one repeats.
+/// Which of the deliveries count. The decoder reports a text some two times, and more while one
+/// repeats.
 enum class Repeats : std::uint8_t {
     Drop,  ///< within one second of the last one that counted, whatever its text
     Report ///< all
 };
 
-/// A platform's decoder for a listener without a prefix: every text, not only those that begin with one.
+/// A platform's decoder for a listener without a prefix: every text, not only those that begin with
+/// one.
 std::unique_ptr<Decoder> decoderOfEveryText();
 
 /// Runs a SorvelUBM over recordings, as fast as they can be read.
@@ -54,8 +57,9 @@ public:
     void begin(double sampleRate_hz);
     /// @param mono  samples at that rate, full scale 1.0
     void take(std::span<const float> mono);
-    /// Hands over what conversion held back, and 4 s of silence. They complete a text that the recording ends
-    /// with, and they are more than the decoder looks back over, so that recordings do not mix.
+    /// Hands over what conversion held back, and 4 s of silence. They complete a text that the
+    /// recording ends with, and they are more than the decoder looks back over, so that recordings
+    /// do not mix.
     void end();
 
 private:

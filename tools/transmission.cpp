@@ -11,7 +11,8 @@ namespace sorvel {
 
 namespace {
 
-/// The whole character at `at`, which in UTF-8 may be several bytes; what cannot be printed by its number.
+/// The whole character at `at`, which in UTF-8 may be several bytes; what cannot be printed by its
+/// number.
 std::string shownCharacter(std::string_view text, std::size_t at) {
     const auto byte = static_cast<unsigned char>(text[at]);
     if (byte < 0x20 || byte == 0x7F) return "character " + std::to_string(byte);
@@ -46,8 +47,8 @@ public:
     }
 
 private:
-    // Captured and played at the rate at which tones are made: then no rate conversion inside the modem cuts
-    // off the end of the waveform.
+    // Captured and played at the rate at which tones are made: then no rate conversion inside the
+    // modem cuts off the end of the waveform.
     static ggwave_Parameters parameters() {
         ggwave_Parameters result = ggwave_getDefaultParameters();
         result.payloadLength = static_cast<int>(encoding::kPayloadBytes);

@@ -118,8 +118,8 @@ TEST(Receiving, TakesLongBlocksWhole) {
 }
 
 TEST(Receiving, DropsFramesAsItsBlockSizesSay) {
-    // Frames that complete in 100 s at 96 kHz: a remainder of 128 samples or fewer costs the frame being
-    // filled.
+    // Frames that complete in 100 s at 96 kHz: a remainder of 128 samples or fewer costs the frame
+    // being filled.
     const auto share = [](std::size_t blockSamples) {
         GGWave modem(listening());
         const Bytes block(2 * blockSamples);
@@ -127,7 +127,8 @@ TEST(Receiving, DropsFramesAsItsBlockSizesSay) {
         const int blocks = static_cast<int>(9600000 / blockSamples);
         ggvector<float> amplitude;
         for (int i = 0; i < blocks; ++i) {
-            // One block can complete several frames; the flag tells of at least one, the counter of the rest.
+            // One block can complete several frames; the flag tells of at least one, the counter of
+            // the rest.
             modem.decode(block.data(), static_cast<unsigned>(block.size()));
             frames += modem.rxTakeAmplitude(amplitude) ? 1 : 0;
         }
@@ -148,8 +149,8 @@ TEST(Receiving, AtTheOperatingRateOnlyWholeFramesCount) {
 }
 
 TEST(Receiving, NeedsThreeQuartersOfTheNibbles) {
-    // All zero, so that missing nibbles, which count as zero, are right and only the gate decides. A nibble
-    // goes missing when each of its nine frames sounds another tone.
+    // All zero, so that missing nibbles, which count as zero, are right and only the gate decides.
+    // A nibble goes missing when each of its nine frames sounds another tone.
     const auto heardWithout = [](int nibbles, std::size_t payloadLength) {
         const std::string payload(payloadLength, '\0');
         const ggwave_Parameters parameters = fixedLength(static_cast<int>(payloadLength));

@@ -25,8 +25,8 @@ std::string randomBytes(std::size_t length, unsigned seed) {
     return bytes;
 }
 
-/// The message as sound with a second of quiet around it, under a trace of noise: in digital silence the
-/// switching of tones looks like an end marker.
+/// The message as sound with a second of quiet around it, under a trace of noise: in digital
+/// silence the switching of tones looks like an end marker.
 Samples onAir(const Samples& message, std::size_t lead, unsigned seed, float hiss = 1e-4F) {
     Samples sound = silence(lead) + message + silence(20 * kFrame);
     const Samples floor = noise(sound.size(), hiss, seed);
@@ -142,8 +142,8 @@ std::vector<std::string> literalOutcomes(const Samples& sound, const GGWave::Pro
 TEST_F(Messages, AreFoundWhereTheLiteralSearchFindsThem) {
     int arrived = 0, failed = 0;
     for (unsigned seed = 1; seed <= 48; ++seed) {
-        // Chunks of every kind: from the lowest bin on, reaching into the silent upper half, too large for
-        // sums.
+        // Chunks of every kind: from the lowest bin on, reaching into the silent upper half, too
+        // large for sums.
         const GGWave::Protocol row = std::array<GGWave::Protocol, 6>{
             {
              {"built in", 384, 9, 1, 1, true},
@@ -162,7 +162,8 @@ TEST_F(Messages, AreFoundWhereTheLiteralSearchFindsThem) {
         GGWave modem(kVariable);
         Samples sound =
             silence(4000 + 311 * seed) + transmission(modem, message, 50, 2) + silence(20 * kFrame);
-        // Around the noise at which receptions begin to fail, some with a burst that the code cannot mend.
+        // Around the noise at which receptions begin to fail, some with a burst that the code
+        // cannot mend.
         air::addWhiteNoise(sound, 12.0 - seed % 5, air::tonePower(sound), 48000, seed);
         if (seed % 4 == 0)
             std::fill_n(sound.begin() + 60 * kFrame,
@@ -242,8 +243,8 @@ TEST_F(Messages, ReportTheirProgress) {
 }
 
 TEST_F(Messages, OfAnyTableStayWithinTheRecording) {
-    // Longest chunks, start frequencies at the edge, an infinite search for markers: sanitizers are the
-    // judge.
+    // Longest chunks, start frequencies at the edge, an infinite search for markers: sanitizers are
+    // the judge.
     std::mt19937 generator(16);
     const Samples sound =
         onAir(transmission("any table", kVariable), 0, 17, 0.05F) + noise(2100 * kFrame, 0.05F, 18);

@@ -157,8 +157,8 @@ TEST(Preparation, MeasuresWhatItPlaces) {
     EXPECT_EQ(GGWave(parameters).heapSize(), expected);
 }
 
-/// Whatever the record and the tables say, no call may overrun, hang or end the process: sanitizers are the
-/// judge.
+/// Whatever the record and the tables say, no call may overrun, hang or end the process: sanitizers
+/// are the judge.
 TEST_F(Protocols, AnyParametersAndRowsAreSafe) {
     LogCapture log;
     std::mt19937 generator(20);

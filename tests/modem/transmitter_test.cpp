@@ -71,7 +71,8 @@ TEST_F(Transmitter, MakesTheClosedFormOfAnyProtocolAndLength) {
         return least + static_cast<int>(generator() % static_cast<unsigned>(most - least + 1));
     };
     for (int trial = 0; trial < 60; ++trial) {
-        // The longest fixed length shows every byte of the spreading; messages show markers and their length.
+        // The longest fixed length shows every byte of the spreading; messages show markers and
+        // their length.
         ggwave_Parameters parameters = sending(trial % 3 == 0 ? -1 : trial == 1 ? 64 : pick(1, 40));
         if (trial % 2 == 1) parameters.operatingMode |= GGWAVE_OPERATING_MODE_USE_DSS;
         parameters.samplesPerFrame = 128 << trial % 4;

@@ -34,8 +34,9 @@ AudioFormat captured(double rate_hz, std::uint32_t channels) {
 
 class BlockConverterRates : public testing::TestWithParam<double> {};
 
-// A tone on the right channel alone arrives at half its level, which is the mean of both; its power over
-// whole blocks says so to 0.1 dB, and would also tell a gap, a seam between blocks, or the wrong channel.
+// A tone on the right channel alone arrives at half its level, which is the mean of both; its power
+// over whole blocks says so to 0.1 dB, and would also tell a gap, a seam between blocks, or the
+// wrong channel.
 TEST_P(BlockConverterRates, EveryBlockIsFilledAndATonePassesUnbroken) {
     constexpr double kTone_hz = 3000.0, kLevel = 0.5;
     const AudioFormat from = captured(GetParam(), 2);

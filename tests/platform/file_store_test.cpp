@@ -64,8 +64,8 @@ TEST_F(FileStoreTest, WhereNothingCanBeStoredTheIdLastsForTheProcess) {
     fs::create_directories(m_folder.path() / "folder/settings");
     ASSERT_EQ(::mkfifo((m_folder.path() / "pipe").c_str(), 0600), 0);
     fs::create_symlink("/nowhere/settings", m_folder.path() / "dangling");
-    // Also as root, for whom nothing is read-only: a file in place of a folder, a folder in place of the
-    // file, a pipe that would block, and a system folder in which nobody can make files.
+    // Also as root, for whom nothing is read-only: a file in place of a folder, a folder in place
+    // of the file, a pipe that would block, and a system folder in which nobody can make files.
     for (const fs::path& file :
          {fs::path(), m_folder.path() / "file/settings", m_folder.path() / "folder/settings",
           m_folder.path() / "pipe", m_folder.path() / "dangling", fs::path("/proc/sorvel/x")}) {

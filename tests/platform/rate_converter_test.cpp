@@ -124,8 +124,8 @@ TEST(LiveRateConverter, FillsEveryBlockWithoutGapOrAllocation) {
         const AllocationCount count;
         for (int block = 0; block < 120; ++block) {
             const std::size_t n = lengths.next();
-            // As the listener counts: whole frames at whole Hz, which may be a sample fewer than the input
-            // yields.
+            // As the listener counts: whole frames at whole Hz, which may be a sample fewer than
+            // the input yields.
             const auto wanted =
                 std::span(out).first(std::min<std::size_t>(9600, 96000 * n / static_cast<std::size_t>(from)));
             std::fill(out.begin(), out.end(), -1.0F);

@@ -99,7 +99,8 @@ TEST_F(PushCaptureTest, DrivesAListenerThatMayOutliveIt) {
     EXPECT_EQ(listener.status(), 0);
 }
 
-// For the thread sanitizer above all: one thread captures, one starts, stops and replaces the callback.
+// For the thread sanitizer above all: one thread captures, one starts, stops and replaces the
+// callback.
 TEST_F(PushCaptureTest, StartsStopsAndCallbacksMayMeetCapturedSoundAtAnyMoment) {
     PushCapture capture(48000.0, 1, m_fake.platform);
     SorvelUBM listener("acme", capture.platform());

@@ -2,8 +2,8 @@
 
 #include <cstddef>
 
-/// Counts the heap allocations of the thread that makes it, from construction on: operator new, malloc,
-/// calloc and realloc alike. Link allocation_count.cpp, which takes their place.
+/// Counts the heap allocations of the thread that makes it, from construction on: operator new,
+/// malloc, calloc and realloc alike. Link allocation_count.cpp, which takes their place.
 class AllocationCount {
 public:
     AllocationCount();

@@ -13,8 +13,8 @@
 #include <thread>
 #include <vector>
 
-/// A platform without a machine: time stands still until it is told, sound comes from `hear`, requests are
-/// written down.
+/// A platform without a machine: time stands still until it is told, sound comes from `hear`,
+/// requests are written down.
 namespace fake {
 
 class Clock final : public sorvel::Clock {
@@ -86,7 +86,8 @@ private:
     std::deque<std::function<void()>> m_tasks;
 };
 
-/// Answers every GET with the given token at once, on the calling thread; without one, answers nothing.
+/// Answers every GET with the given token at once, on the calling thread; without one, answers
+/// nothing.
 class Http final : public sorvel::HttpSession {
 public:
     void submit(sorvel::HttpRequest request, Completion completion) override {

@@ -22,7 +22,8 @@
 /// A key and its certificate, made on the spot: an authority of its own, or issued by one.
 class Certificate {
 public:
-    /// An authority that trusts only itself; its certificate is also in `file()` for whoever is to trust it.
+    /// An authority that trusts only itself; its certificate is also in `file()` for whoever is to
+    /// trust it.
     static Certificate authority() {
         Certificate made("CN test authority", nullptr, "critical,CA:TRUE", "");
         made.m_file =

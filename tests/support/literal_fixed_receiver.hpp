@@ -11,8 +11,9 @@
 #include <utility>
 #include <vector>
 
-/// The receiver of payloads of a known length, word for word: keeps every quantised spectrum and counts the
-/// votes of a whole transmission anew after each frame. Shares the transform and the code with the modem.
+/// The receiver of payloads of a known length, word for word: keeps every quantised spectrum and
+/// counts the votes of a whole transmission anew after each frame. Shares the transform and the
+/// code with the modem.
 class LiteralFixedReceiver {
 public:
     LiteralFixedReceiver(const GGWave::Protocols& protocols, int payloadLength, int samplesPerFrame)

@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-/// The receiver of messages between markers, word for word: keeps the samples, and sums up and transforms
-/// every chunk at every alignment anew. Slow; shares the transform and the code with the modem, but none of
-/// its search.
+/// The receiver of messages between markers, word for word: keeps the samples, and sums up and
+/// transforms every chunk at every alignment anew. Slow; shares the transform and the code with the
+/// modem, but none of its search.
 class LiteralMessageReceiver {
 public:
     LiteralMessageReceiver(const GGWave::Protocol& protocol, int samplesPerFrame)

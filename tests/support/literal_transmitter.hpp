@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-/// A transmission as its closed form: every sample a sum of sines under an envelope, in double. Shares
-/// nothing with the modem but the parameters.
+/// A transmission as its closed form: every sample a sum of sines under an envelope, in double.
+/// Shares nothing with the modem but the parameters.
 struct LiteralTransmission {
     std::vector<double> samples; // at the operating rate
     std::vector<int> tones;      // indices, 255 after each step

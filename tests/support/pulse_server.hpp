@@ -6,11 +6,12 @@
 #include <string>
 #include <sys/types.h>
 
-/// A sound card for tests: a PulseAudio daemon of their own, with a null sink called "air" whose monitor is
-/// the only, and so the default, source. What is played into the sink is captured from the monitor.
+/// A sound card for tests: a PulseAudio daemon of their own, with a null sink called "air" whose
+/// monitor is the only, and so the default, source. What is played into the sink is captured from
+/// the monitor.
 ///
-/// From its construction on, the environment of this process and its children leads sound to it and to
-/// nothing else: no server of the user's, no device, no settings.
+/// From its construction on, the environment of this process and its children leads sound to it and
+/// to nothing else: no server of the user's, no device, no settings.
 class PulseServer {
 public:
     /// Not running yet: a machine without any input.
