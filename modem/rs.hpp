@@ -2,6 +2,7 @@
 
 #include "modem/assertion.hpp"
 #include "modem/gf.hpp"
+#include "modem/gf_transform.hpp"
 #include "modem/poly.hpp"
 
 #include <algorithm>
@@ -68,7 +69,8 @@ public:
     ///                     faults in erasures alone, and no other error, is answered with 1.
     /// @return 0: `dst` written; 1: failure or impossible erasures, `dst` untouched
     ///
-    /// Time: an undamaged word costs `ecc_length` evaluations of the word; a damaged one about twice that.
+    /// Time: a short word costs `ecc_length` evaluations if undamaged and two to four times that if not. From
+    /// 800 bytes of word times parity on, all evaluations together take no longer than five of them.
     int DecodeBlock(const void* src, const void* ecc, void* dst, const uint8_t* erase_pos = nullptr,
                     size_t erase_count = 0) noexcept;
 
@@ -130,6 +132,10 @@ private:
     static void positionsFromEnd(const Poly* positions, size_t n, Poly* out) noexcept;
 
     size_t wordLength() const noexcept { return size_t{msg_length} + ecc_length; }
+
+    // Up to so many products, Horner's rule is faster than the values at all elements.
+    static constexpr size_t kHornerSyndromes = 800;
+    static constexpr size_t kHornerRoots = 200;
 
     uint8_t* m_memory = nullptr;    // the work area
     uint8_t* m_generator = nullptr; // its first ecc_length + 1 bytes
@@ -309,13 +315,18 @@ inline void ReedSolomon::CalcSyndromes(const Poly* msg) noexcept {
     uint8_t* values = synd.first(count + 1);
     std::memset(values, 0, count + 1);
     uint8_t* s = values + 1;
+    synd.length = static_cast<uint8_t>(count + 1);
+    if (msg->length * count > kHornerSyndromes) {
+        const gf::Values everywhere(word, msg->length);
+        for (size_t i = 0; i < count; ++i) s[i] = everywhere.at(gf::exp[i]);
+        return;
+    }
     // Horner's rule for all roots side by side: the chains are independent, so the processor overlaps them.
     for (size_t k = 0; k < msg->length; ++k) {
         const uint8_t b = word[k];
         for (size_t i = 0; i < count; ++i)
             s[i] = static_cast<uint8_t>((s[i] == 0 ? 0 : gf::exp[gf::log[s[i]] + i]) ^ b);
     }
-    synd.length = static_cast<uint8_t>(count + 1);
 }
 
 inline void ReedSolomon::CalcForneySyndromes(const Poly* synd, const Poly* erasures_pos, size_t n) noexcept {
@@ -383,12 +394,19 @@ inline bool ReedSolomon::FindErrors(const Poly* err_loc, size_t n) noexcept {
     found.length = 0;
     if (err_loc->length == 0) return false;
     const size_t degree = err_loc->length - size_t{1};
-    for (size_t i = 0; i < std::min(n, size_t{255}); ++i) {
-        if (gf::poly_eval(err_loc, gf::exp[i]) != 0) continue;
-        if (found.length == degree) return false; // the zero polynomial: a root everywhere
-        found.Append(static_cast<uint8_t>(n - 1 - i));
-    }
-    return found.length == degree;
+    const size_t places = std::min(n, size_t{255});
+    const auto collect = [&](const auto& valueAt) {
+        for (size_t i = 0; i < places; ++i) {
+            if (valueAt(gf::exp[i]) != 0) continue;
+            if (found.length == degree) return false; // the zero polynomial: a root everywhere
+            found.Append(static_cast<uint8_t>(n - 1 - i));
+        }
+        return found.length == degree;
+    };
+    if (places * degree <= kHornerRoots) return collect([&](uint8_t x) { return gf::poly_eval(err_loc, x); });
+    const gf::Values everywhere(err_loc->first(degree + 1), degree + 1);
+    // Of a word beyond correction the locator is as good as random, and has about one root in all.
+    return everywhere.roots() >= degree && collect([&](uint8_t x) { return everywhere.at(x); });
 }
 
 inline void ReedSolomon::FindErrataLocator(const Poly* epos) noexcept {

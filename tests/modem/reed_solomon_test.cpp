@@ -1,4 +1,5 @@
 #include "modem/gf.hpp"
+#include "modem/gf_transform.hpp"
 #include "modem/rs.hpp"
 #include "tests/support/slow_rs.hpp"
 
@@ -127,6 +128,21 @@ TEST(GaloisField, DividesAndMultipliesPolynomialsOfAnyLengths) {
     gf::poly_mul(&p, &q, &out);
     EXPECT_EQ(out.length, 0);
     EXPECT_EQ(gf::poly_eval(&q, 3), 0);
+}
+
+TEST(GaloisField, HasTheValuesOfAPolynomialOfAnyLengthEverywhere) {
+    RandomBytes random;
+    for (size_t length = 0; length <= 256; length += length < 34 ? 1 : 37) {
+        const Word p = random.word(length);
+        const gf::Values values(p.data(), length);
+        size_t roots = 0;
+        for (unsigned x = 0; x < 256; ++x) {
+            const auto element = static_cast<uint8_t>(x);
+            ASSERT_EQ(values.at(element), slow_rs::valueAt(p, element)) << "length " << length << " at " << x;
+            if (x != 0 && values.at(element) == 0) ++roots;
+        }
+        EXPECT_EQ(values.roots(), roots) << "length " << length;
+    }
 }
 
 TEST(ReedSolomon, HasTheGeneratorWithTheRootsFromAlphaToTheZerothPower) {
