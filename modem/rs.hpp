@@ -349,8 +349,6 @@ inline bool ReedSolomon::FindErrorLocator(const Poly* synd, const Poly* erase_lo
                                           size_t erase_count) noexcept {
     Poly* locator = &polynoms[kScratch1];
     Poly* old = &polynoms[kScratch2];
-    Poly* scaled = &polynoms[kTemp1];
-    Poly* sum = &polynoms[kTemp2];
     constexpr uint8_t kOne = 1;
     for (Poly* start : {locator, old})
         erase_loc ? start->Set(erase_loc->ptr(), erase_loc->length) : start->Set(&kOne, 1);
@@ -358,23 +356,31 @@ inline bool ReedSolomon::FindErrorLocator(const Poly* synd, const Poly* erase_lo
     const uint8_t* s = synd->first(synd->length);
     const size_t shift = synd->length > ecc_length ? size_t{synd->length} - ecc_length : 0;
     const size_t first = shift + (erase_loc ? erase_count : 0);
+    uint8_t oldDelta = 1; // what was left where old failed to fit
     for (size_t i = 0; i + erase_count < ecc_length; ++i) {
         const size_t k = i + first;
         const size_t degree = locator->length - size_t{1};
         if (k >= synd->length || degree > k) return false;
-        const uint8_t* c = locator->first(locator->length);
+        uint8_t* c = locator->first(degree + 1);
         uint8_t delta = s[k];
-        for (size_t j = 1; j <= degree; ++j) delta ^= gf::mul(c[degree - j], s[k - j]);
+        for (size_t j = 0; j < degree; ++j) delta ^= gf::mul(c[j], s[k - degree + j]);
         old->Append(0);
         if (delta == 0) continue;
-        if (old->length > locator->length) {
-            gf::poly_scale(old, scaled, delta);
-            gf::poly_scale(locator, old, gf::inverse(delta));
-            std::swap(locator, scaled);
+
+        // Add old, scaled so that delta vanishes. Where old is the longer one, the two change places.
+        const uint8_t factor = gf::div(delta, oldDelta);
+        uint8_t* o = old->first(old->length);
+        if (old->length <= locator->length) {
+            uint8_t* end = c + (locator->length - old->length);
+            for (size_t j = 0; j < old->length; ++j) end[j] ^= gf::mul(o[j], factor);
+            continue;
         }
-        gf::poly_scale(old, scaled, delta);
-        gf::poly_add(locator, scaled, sum);
-        std::swap(locator, sum);
+        const size_t ahead = size_t{old->length} - locator->length;
+        for (size_t j = 0; j < ahead; ++j) o[j] = gf::mul(o[j], factor);
+        for (size_t j = 0; j < locator->length; ++j)
+            o[ahead + j] = static_cast<uint8_t>(gf::mul(o[ahead + j], factor) ^ c[j]);
+        std::swap(locator, old);
+        oldDelta = delta;
     }
 
     const uint8_t* c = locator->first(locator->length);
