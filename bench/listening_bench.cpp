@@ -170,18 +170,30 @@ void PlainTransform(benchmark::State& state) {
 }
 BENCHMARK(PlainTransform);
 
-void ReedSolomonDecode(benchmark::State& state) { // 17 bytes; once a frame at most
-    std::array<std::uint8_t, 13 * 3 + 29 * 4 + 1> work{};
-    std::array<std::uint8_t, 17> word{};
-    RS::ReedSolomon code(13, 4, work.data());
-    code.Encode("acme_1234 and", word.data());
-    for (int i = 0; i < state.range(0); ++i) word[static_cast<std::size_t>(5 * i)] ^= 0x55;
-    std::array<std::uint8_t, 13> message{};
+// Bytes of message and of parity, bytes damaged. The payload's 17 bytes: once a frame at most. A message's
+// word: up to 256 times in one frame, most of them without hope, as the last one.
+void ReedSolomonDecode(benchmark::State& state) {
+    const auto length = static_cast<std::uint8_t>(state.range(0));
+    const auto parity = static_cast<std::uint8_t>(state.range(1));
+    std::array<std::uint8_t, RS::ReedSolomon::workSize(140, 56)> work{};
+    std::array<std::uint8_t, 140> message{};
+    std::array<std::uint8_t, 196> word{};
+    for (std::size_t i = 0; i < length; ++i) message[i] = static_cast<std::uint8_t>(7 * i + 1);
+    RS::ReedSolomon code(length, parity, work.data());
+    code.Encode(message.data(), word.data());
+    for (std::size_t i = 0; i < static_cast<std::size_t>(state.range(2)); ++i)
+        word[2 * i] ^= static_cast<std::uint8_t>(i + 1);
     for (auto _ : state)
-        benchmark::DoNotOptimize(code.DecodeBlock(word.data(), word.data() + 13, message.data()));
+        benchmark::DoNotOptimize(code.DecodeBlock(word.data(), word.data() + length, message.data()));
     count(state, 1024.0 / 48000.0);
 }
-BENCHMARK(ReedSolomonDecode)->Arg(0)->Arg(2)->Arg(3);
+BENCHMARK(ReedSolomonDecode)
+    ->Args({13, 4, 0})
+    ->Args({13, 4, 2})
+    ->Args({13, 4, 3})
+    ->Args({140, 56, 0})
+    ->Args({140, 56, 28})
+    ->Args({140, 56, 98});
 
 void Transmit(benchmark::State& state) {
     GGWave modem(fixedLength());
