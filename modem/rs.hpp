@@ -41,10 +41,11 @@ public:
         return 3 * msg_length + 29 * ecc_length + 1;
     }
 
-    /// @param msg_length, ecc_length  bytes of message and of parity
+    /// @param msgLength  bytes of message
+    /// @param eccLength  bytes of parity
     /// @param memory  `workSize()` bytes with any content that outlive the object; null: allocated here. If
     ///                that fails, `EncodeBlock` writes zeros for parity and `DecodeBlock` answers 1.
-    ReedSolomon(uint8_t msg_length, uint8_t ecc_length, uint8_t* memory = nullptr) noexcept;
+    ReedSolomon(uint8_t msgLength, uint8_t eccLength, uint8_t* memory = nullptr) noexcept;
     ~ReedSolomon();
 
     // The slots point at this very object.

@@ -83,7 +83,7 @@ public:
 
     /// Rounds and clips to the format; F32 keeps what lies beyond full scale.
     /// @throws AudioFileError  when the medium is full or fails
-    /// @throws OutputClosed
+    /// @throws OutputClosed    when its reader has gone
     void write(std::span<const float> samples);
     /// Puts the file in place. Nothing is written afterwards.
     /// @throws as write

@@ -24,9 +24,10 @@ struct InputChoice {
 
 /// Chooses an input and its rate.
 ///
-/// @param device  a name as `inputDevices` has it, or a part of one or of a description that fits a single
-///                input, without regard to ASCII case; empty: the default input
-/// @throws AudioDeviceError
+/// @param device  a name as `inputDevices` has it, or a part of one or of a description that fits a
+///                single input, without regard to ASCII case; empty: the default input
+/// @param server  who is asked for the rates of its sources
+/// @throws AudioDeviceError  when there is no such input
 ///
 /// In a turn, while a PortAudioLibrary lives.
 InputChoice chooseInput(const std::string& device, const SoundServer& server);

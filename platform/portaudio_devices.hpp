@@ -25,7 +25,7 @@ struct InputDevice {
 
 /// All inputs, the default one first. With a sound server these are its sources, and the machine's
 /// own devices after them. Takes up to 5 s, and opens each device that has no server for a moment.
-/// @throws AudioDeviceError
+/// @throws AudioDeviceError  when they cannot be listed
 std::vector<InputDevice> inputDevices();
 
 /// Whether sound at this rate can hold the band from 18 to 19.5 kHz, with room for the filter that
