@@ -3,28 +3,36 @@
 #include "modem/ggwave.h"
 #include "modem/sinc_kernel.hpp"
 
+#include <algorithm>
 #include <climits>
-#include <cmath>
+#include <cstddef>
 #include <cstring>
 
-// The output at time t is the sum of data(j) * sinc((t - j) / max(1, factor)) over the input samples j around
-// t. Time is split into the input samples shifted into the delay line, whose newest is at kNewest, and the
-// position between them.
+// Both keep the last 136 samples in a delay line and their place in time; the sums are made in sinc_kernel.
 
 using namespace sorvel::detail;
 
 namespace {
 
 constexpr int kDelaySize = 3 * GGWave::Resampler::kWidth;
-constexpr int kNewest = 135;          // index of the newest sample in the delay line
-constexpr int kHistory = kNewest + 1; // samples in it
-constexpr int kRebaseAt = 1 << 30;    // time counters are wound back long before they overflow
-constexpr int kBlock = 64;            // outputs made together at factor 2
+
+constexpr int kRebaseAt = 1 << 30; // time is wound back long before an int overflows
+
+bool isUsableFactor(float factor) {
+    return factor >= GGWave::Resampler::kMinFactor && factor < GGWave::Resampler::kFactorLimit;
+}
 
 template <class T>
 void place(ggvector<T>& view, void* p, int& n, int count) {
     if (p != nullptr) view = {reinterpret_cast<T*>(static_cast<std::byte*>(p) + n), count};
     n += count * static_cast<int>(sizeof(T));
+}
+
+/// Shifts samples into a delay line, oldest first.
+void shiftIn(std::span<float, kHistory> line, std::span<const float> samples) {
+    samples = samples.last(std::min(samples.size(), line.size()));
+    std::copy(line.begin() + static_cast<std::ptrdiff_t>(samples.size()), line.end(), line.begin());
+    std::copy(samples.begin(), samples.end(), line.end() - static_cast<std::ptrdiff_t>(samples.size()));
 }
 
 } // namespace
@@ -42,8 +50,8 @@ bool GGWave::Resampler::alloc(void* p, int& n) {
 }
 
 void GGWave::Resampler::reset() {
-    m_time = {};
-    m_fed = m_consumed = 0;
+    m_clock = {};
+    m_total = m_last = m_fed = m_consumed = 0;
     m_delay.zero();
     m_edge.zero();
     m_samplesInp.zero();
@@ -52,8 +60,7 @@ void GGWave::Resampler::reset() {
 void GGWave::Resampler::makeSinc() {
     if (m_sincTable.size() == 0) return;
     makeKernel(m_sincTable.span().first<kKernelTable>());
-    for (std::size_t k = 0; k < m_halfRateKernel.size(); ++k)
-        m_halfRateKernel[k] = 0.5F * m_sincTable[static_cast<int>(2 * k + 1) * kKernelResolution / 2];
+    m_kernel.forget();
 }
 
 double GGWave::Resampler::sinc(double x) const {
@@ -61,139 +68,65 @@ double GGWave::Resampler::sinc(double x) const {
 }
 
 void GGWave::Resampler::newData(float sample) {
-    if (m_delay.size() == 0) return;
-    std::memmove(m_delay.data(), m_delay.data() + 1, kNewest * sizeof(float));
-    m_delay[kNewest] = sample;
+    if (m_delay.size() != 0) shiftIn(m_delay.span().first<kHistory>(), {&sample, 1});
 }
 
 float GGWave::Resampler::getData(int j) const {
     return j >= -kWidth && j < m_delay.size() - kWidth ? m_delay[j + kWidth] : 0.0F;
 }
 
-void GGWave::Resampler::Time::advance(float factor) {
-    current += static_cast<double>(factor);
-    last = integer;
-    integer = static_cast<int>(current);
-}
-
 int GGWave::Resampler::resample(float factor, int nSamples, const float* samplesInp, float* samplesOut) {
     if (!isUsableFactor(factor)) return 0;
-    if (samplesOut == nullptr) return count(factor, nSamples);
+    if (samplesOut == nullptr) return m_clock.countBefore(1.0 + m_last + nSamples, factor);
     feed(nSamples, samplesInp);
     const int n = take(factor, {samplesOut, INT_MAX});
     settle();
     return n;
 }
 
-int GGWave::Resampler::count(float factor, int nSamples) const {
-    Time time = m_time;
-    int outputs = 0;
-    for (int consumed = 0; consumed + (time.integer - time.last) <= nSamples; ++outputs) {
-        consumed += time.integer - time.last;
-        time.advance(factor);
-    }
-    return outputs;
+void GGWave::Resampler::feed(int nSamples, const float* samplesInp) {
+    const std::span<float> input = feed(nSamples);
+    std::copy_n(samplesInp, nSamples, input.data());
 }
 
-void GGWave::Resampler::feed(int nSamples, const float* samplesInp) {
+std::span<float> GGWave::Resampler::feed(int nSamples) {
     if (!(nSamples > kWidth))
         sorvel::detail::assertionFailed("resample", "ggwave", __LINE__, "nSamples > kWidth");
     if (!(m_samplesInp.size() >= nSamples + kWidth)) {
         sorvel::detail::assertionFailed("resample", "ggwave", __LINE__,
                                         "(int) m_samplesInp.size() >= nSamples + kWidth");
     }
-    if (m_time.total > kRebaseAt) {
-        const int base = m_time.last;
-        m_time = {m_time.total - base, m_time.integer - base, 0, m_time.current - base};
+    if (m_last > kRebaseAt) {
+        m_clock = {m_clock.next - m_last, m_clock.latest - m_last};
+        m_last = 0;
     }
-    m_time.total += nSamples;
+    m_total += std::min(nSamples, INT_MAX - m_total);
     m_fed = nSamples;
     m_consumed = 0;
     std::copy_n(m_edge.data(), kWidth, m_samplesInp.data());
-    std::copy_n(samplesInp, nSamples, m_samplesInp.data() + kWidth);
-    std::copy_n(samplesInp + nSamples - kWidth, kWidth, m_edge.data());
+    return m_samplesInp.span().subspan(kWidth, static_cast<std::size_t>(nSamples));
 }
 
+/// The last 64 samples of the input lie within reach, but are shifted in by the next call.
 int GGWave::Resampler::take(float factor, std::span<float> out) {
-    if (!isUsableFactor(factor)) return 0;
-    const bool isHalfRate = factor == 2.0F;
-    std::array<float, kKernelTaps> scratch{};
-
-    std::size_t n = 0;
-    while (n < out.size()) {
-        const int shifts = m_time.integer - m_time.last;
-        if (m_consumed + shifts > m_fed) {
-            m_time.last += m_fed - m_consumed;
-            m_consumed = m_fed;
-            break;
-        }
-        // Whole positions need no interpolation: one fixed kernel serves a whole block.
-        if (isHalfRate && m_time.current == m_time.integer) {
-            n += static_cast<std::size_t>(
-                takeHalfRate(out.subspan(n, std::min<std::size_t>(kBlock, out.size() - n))));
-            continue;
-        }
-        m_consumed += shifts;
-        const float* const taps = window(m_consumed + 1, scratch);
-        out[n++] = kernelSum(m_sincTable.span().first<kKernelTable>(),
-                             std::span<const float, kKernelTaps>(taps, kKernelTaps),
-                             m_time.current - m_time.integer, factor);
-        m_time.advance(factor);
-    }
+    if (!isUsableFactor(factor) || m_fed == 0) return 0;
+    const KernelInput input{m_delay.span().first<kHistory>(),
+                            m_samplesInp.span().first(static_cast<std::size_t>(m_fed + kWidth)), m_last};
+    const double end = 1.0 + m_last + m_fed; // the first time that wants more than was fed
+    const std::size_t n =
+        m_kernel.convert(m_sincTable.span().first<kKernelTable>(), input, m_clock, end, factor, out);
+    if (n > 0) m_consumed = m_clock.latest - m_last;
+    if (m_clock.next >= end) m_consumed = m_fed;
     return static_cast<int>(n);
 }
 
-/// Up to kBlock outputs at factor 2, as many as the input suffices for; at least one.
-///
-/// Half the kernel's taps fall on the zeros of the sinc, so that only the middle and the samples at odd
-/// distances count. These are laid out side by side; the sums of neighbouring outputs then run in step.
-/// Farthest taps first: the small products do not drown in a large sum.
-int GGWave::Resampler::takeHalfRate(std::span<float> out) {
-    constexpr int kPairs = static_cast<int>(std::tuple_size_v<decltype(m_halfRateKernel)>);
-    const int first = m_consumed + (m_time.integer - m_time.last); // samples shifted in at the first output
-    const int outputs = std::min(static_cast<int>(out.size()), (m_fed - first) / 2 + 1);
-
-    std::array<float, kKernelTaps + 2 * (kBlock - 1) + 1> scratch{};
-    const float* const taps = window(
-        first + 1, std::span(scratch).first(static_cast<std::size_t>(kKernelTaps + 2 * (outputs - 1))));
-    std::array<float, 2 * kPairs + kBlock> odd{};
-    std::array<float, kBlock> sums{};
-    for (int i = 0; i < 2 * kPairs - 1 + outputs; ++i) odd[static_cast<std::size_t>(i)] = taps[2 * i];
-
-    for (int k = kPairs - 1; k >= 0; --k) {
-        const float weight = m_halfRateKernel[static_cast<std::size_t>(k)];
-        const float* const left = odd.data() + (kPairs - 1 - k);
-        const float* const right = odd.data() + (kPairs + k);
-        for (std::size_t i = 0; i < kBlock; ++i) sums[i] += weight * (left[i] + right[i]);
-    }
-    for (int i = 0; i < outputs; ++i)
-        out[static_cast<std::size_t>(i)] =
-            sums[static_cast<std::size_t>(i)] + 0.5F * taps[kKernelTaps / 2 + 2 * i];
-
-    m_consumed = first + 2 * (outputs - 1);
-    m_time.integer += 2 * outputs;
-    m_time.last = m_time.integer - 2;
-    m_time.current += 2.0 * outputs;
-    return outputs;
-}
-
-/// The samples from `first` on, counted from the oldest in the delay line, through what was fed.
-const float* GGWave::Resampler::window(int first, std::span<float> scratch) const {
-    if (first >= kHistory) return m_samplesInp.data() + (first - kHistory);
-    const auto fromDelay = std::min(scratch.size(), static_cast<std::size_t>(kHistory - first));
-    std::copy_n(m_delay.data() + first, fromDelay, scratch.begin());
-    std::copy_n(m_samplesInp.data(), scratch.size() - fromDelay,
-                scratch.begin() + static_cast<std::ptrdiff_t>(fromDelay));
-    return scratch.data();
-}
-
-/// Moves what was consumed into the delay line, for the next call.
+/// Moves what was consumed into the delay line, and the edge aside, for the next call.
 void GGWave::Resampler::settle() {
-    const int kept = std::max(0, kHistory - m_consumed);
-    std::memmove(m_delay.data(), m_delay.data() + (kHistory - kept),
-                 static_cast<std::size_t>(kept) * sizeof(float));
-    const int fresh = kHistory - kept;
-    std::copy_n(m_samplesInp.data() + m_consumed - fresh, fresh, m_delay.data() + kept);
+    if (m_fed == 0) return;
+    shiftIn(m_delay.span().first<kHistory>(),
+            m_samplesInp.span().first(static_cast<std::size_t>(m_consumed)));
+    std::copy_n(m_samplesInp.data() + m_fed, kWidth, m_edge.data());
+    m_last += m_consumed;
     m_fed = m_consumed = 0;
 }
 
@@ -201,7 +134,10 @@ void GGWave::Resampler::settle() {
 
 Resampler::Resampler() { make_sinc(); }
 
-void Resampler::make_sinc() { makeKernel(m_sincTable); }
+void Resampler::make_sinc() {
+    makeKernel(m_sincTable);
+    m_kernel.forget();
+}
 
 double Resampler::sinc(double x) const { return kernelAt(m_sincTable, x); }
 
@@ -211,27 +147,22 @@ float Resampler::gimme_data(long j) const {
                : 0.0F;
 }
 
-void Resampler::new_data(float sample) {
-    std::copy(m_delay.begin() + 1, m_delay.end(), m_delay.begin());
-    m_delay.back() = sample;
-}
+void Resampler::new_data(float sample) { shiftIn(m_delay, {&sample, 1}); }
 
 int Resampler::resample(float factor, int nSamples, const float* samplesInp, float* samplesOut) {
     if (!isUsableFactor(factor) || nSamples < 1 || samplesInp == nullptr || samplesOut == nullptr) return 0;
+    OutputClock clock;
+    const int n = clock.countBefore(nSamples, factor);
+    if (n == INT_MAX) return 0;
     if (factor != m_lastFactor) {
         make_sinc();
         m_lastFactor = factor;
     }
-    int outputs = 0, shifted = 0;
-    for (double time = 0.0;; time += static_cast<double>(factor)) {
-        const auto whole = static_cast<std::int64_t>(time);
-        while (shifted < whole) {
-            new_data(samplesInp[shifted]);
-            if (++shifted == nSamples)
-                return outputs; // the last one belongs to the next block's first output
-        }
-        const std::span taps(m_delay.data() + 1, std::size_t{kKernelTaps});
-        samplesOut[outputs++] =
-            kernelSum(m_sincTable, taps.first<kKernelTaps>(), time - static_cast<double>(whole), factor);
-    }
+    auto history = m_delay;
+    std::fill_n(history.begin(), kKernelWidth, 0.0F); // before time 0: in the line, but they do not count
+    const std::span samples(samplesInp, static_cast<std::size_t>(nSamples));
+    m_kernel.convert(m_sincTable, {history, samples}, clock, nSamples, factor,
+                     {samplesOut, static_cast<std::size_t>(n)});
+    shiftIn(m_delay, samples);
+    return n;
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "modem/ggwave.h"
+#include "modem/sinc_kernel.hpp"
 
 /// Windowed-sinc rate conversion of a stream, handed over block by block.
 ///
@@ -15,6 +16,11 @@ public:
     static constexpr int kSincResolution = 32;      ///< table entries per input sample
     static constexpr int kMaxInput = 4096 - kWidth; ///< samples that one call may hand over
 
+    /// Factors (input samples per output sample) range from kMinFactor to below kFactorLimit: so every call
+    /// comes to an end, and every time fits an int.
+    static constexpr float kMinFactor = 1.0F / 4096;
+    static constexpr float kFactorLimit = 1e6F;
+
     /// Adds the bytes of the working arrays to `n`; with a block, places them at p + n first, builds the
     /// kernel and resets the stream.
     bool alloc(void* p, int& n);
@@ -22,57 +28,54 @@ public:
     /// Forgets the stream.
     void reset();
 
-    /// @param factor      input samples per output sample, above 0
+    /// @param factor      outside its range nothing happens, and the answer is 0
     /// @param nSamples    65 to 4032 input samples; others are a programming error and abort
-    /// @param samplesOut  null: only count, the stream stays where it is (any nSamples); else room for
-    ///                    nSamples / factor + 2 samples
+    /// @param samplesOut  null: only count, the stream stays where it is (any nSamples; at most INT_MAX is
+    ///                    answered); else room for (nSamples + 1) / factor samples, rounded up. Times beyond
+    ///                    2^29 * factor input samples are rounded and may yield some more: count first
     /// @return output samples
     int resample(float factor, int nSamples, const float* samplesInp, float* samplesOut);
 
     /// The same in portions, for an output larger than any one array: `feed` the input once, `take` until
-    /// it answers 0, then `settle`.
+    /// it answers 0, then `settle`. What was not taken by then is cut out of the stream.
     void feed(int nSamples, const float* samplesInp);
     int take(float factor, std::span<float> out);
     void settle();
+
+    /// The place for the next nSamples input samples, which the caller fills before the first `take`.
+    std::span<float> feed(int nSamples);
 
     void newData(float sample);
     float getData(int j) const;
     double sinc(double x) const;
     void makeSinc();
 
-    int samplesTotal() const { return m_time.total; } ///< input samples since the last reset
+    int samplesTotal() const { return m_total; } ///< input samples since the last reset, at most INT_MAX
 
 private:
-    struct Time {
-        int total = 0;        // input samples offered
-        int integer = 0;      // floor of `current`
-        int last = 0;         // input samples shifted into the delay line
-        double current = 0.0; // of the next output sample, in input samples
-        void advance(float factor);
-    };
-    int count(float factor, int nSamples) const;
-    int takeHalfRate(std::span<float> out);
-    const float* window(int first, std::span<float> scratch) const;
-
     ggvector<float> m_sincTable, m_delay, m_edge, m_samplesInp;
-    Time m_time;
-    int m_fed = 0;                            // samples in m_samplesInp that may be consumed by this call
-    int m_consumed = 0;                       // of those, shifted in so far
-    std::array<float, 32> m_halfRateKernel{}; // taps at odd distances for a factor of 2
+    sorvel::detail::SincKernel m_kernel;
+    sorvel::detail::OutputClock m_clock;
+    int m_total = 0;    // input samples offered
+    int m_last = 0;     // input samples shifted into the delay line
+    int m_fed = 0;      // samples in m_samplesInp that may be shifted in by this call
+    int m_consumed = 0; // of those, shifted in so far
 };
 
 /// Windowed-sinc rate conversion that takes every call as a block of its own: its time starts at 0, while the
-/// last samples of the block before still lie in the delay line. The output lags by 72 input samples.
+/// last 72 samples of the block before still lie ahead in the delay line. The output lags by 72 input
+/// samples.
 ///
-/// The object holds all it needs; nothing is allocated. One thread at a time.
+/// The object holds all it needs, some 27 KB; nothing is allocated. One thread at a time.
 class Resampler {
 public:
     Resampler();
 
-    /// @param factor      input samples per output sample, above 0
+    /// @param factor      input samples per output sample, in the range of GGWave::Resampler
     /// @param nSamples    input samples, from 1 on
-    /// @param samplesOut  room for nSamples / factor + 1 samples
-    /// @return output samples; 0 when an argument is out of range
+    /// @param samplesOut  room for nSamples / factor + 1 samples; times beyond 2^29 * factor are rounded, and
+    ///                    may yield some more
+    /// @return output samples; 0 when an argument is out of range or INT_MAX samples would not suffice
     int resample(float factor, int nSamples, const float* samplesInp, float* samplesOut);
 
     /// Rebuilds the kernel's table; `resample` does so when the factor changes.
@@ -85,7 +88,8 @@ public:
     void new_data(float sample);
 
 private:
-    std::array<float, 2048> m_sincTable{};
-    std::array<float, 136> m_delay{};
+    std::array<float, sorvel::detail::kKernelTable> m_sincTable{};
+    std::array<float, sorvel::detail::kHistory> m_delay{};
+    sorvel::detail::SincKernel m_kernel;
     float m_lastFactor = 0.0F;
 };
