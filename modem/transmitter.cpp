@@ -186,17 +186,23 @@ const char* Transmitter::obstacle() const {
     if (transmissionFrames().total() > GGWave::kMaxRecordedFrames)
         return "Error: the transmission is longer than 2048 frames - use a shorter payload or a faster "
                "protocol\n";
+    if (playedSamples(static_cast<int>(transmissionFrames().total())) > m_outputBlockI16.size())
+        return "Error: the waveform exceeds 2048 frames of samples - lower the playback rate or shorten the "
+               "payload\n";
     return nullptr;
 }
 
+/// Samples at the playback rate that the first `frames` frames of a transmission make.
+int Transmitter::playedSamples(int frames) const {
+    const int samples = frames * m_settings.samplesPerFrame;
+    if (!m_settings.needsResampling) return samples;
+    return detail::OutputClock().countBefore(samples + 1.0, m_settings.sampleRate / m_settings.sampleRateOut);
+}
+
 std::uint32_t Transmitter::size_samples() const {
-    if (!m_hasData || obstacle() != nullptr) return 0;
-    int perFrame = m_settings.samplesPerFrame;
-    if (m_settings.needsResampling && !m_settings.makesOnlyTones) {
-        // From a fresh stream, as `encode` starts: its first frame yields the most.
-        perFrame = 1 + GGWave::Resampler().resample(m_settings.sampleRate / m_settings.sampleRateOut,
-                                                    m_settings.samplesPerFrame, nullptr, nullptr);
-    }
+    if (!m_hasData || m_settings.makesOnlyTones || obstacle() != nullptr) return 0;
+    // The first frame of a stream yields the most.
+    const int perFrame = playedSamples(1) + (m_settings.needsResampling ? 1 : 0);
     return static_cast<std::uint32_t>(transmissionFrames().total() * perFrame);
 }
 
@@ -223,11 +229,7 @@ std::uint32_t Transmitter::encode() {
     if (m_settings.makesOnlyTones) return 1;
 
     makeSines();
-    if (!makeWaveform(frames)) {
-        logLine("Error: the waveform exceeds 2048 frames of samples - lower the playback rate or shorten the "
-                "payload\n");
-        return 0;
-    }
+    makeWaveform(frames);
     return static_cast<std::uint32_t>(m_waveformSamples) *
            static_cast<std::uint32_t>(sampleSize(m_settings.sampleFormatOut));
 }
@@ -332,30 +334,30 @@ void Transmitter::synthesizeFrame(const Frames& frames, int frame) {
     divide(m_outputBlock.span(), static_cast<float>(std::max(1, tones)));
 }
 
-bool Transmitter::makeWaveform(const Frames& frames) {
+void Transmitter::makeWaveform(const Frames& frames) {
     const float factor = m_settings.sampleRate / m_settings.sampleRateOut;
-    int total = 0;
+    m_waveformSamples = 0;
     for (int frame = 0; frame < frames.total(); ++frame) {
         synthesizeFrame(frames, frame);
         if (!m_settings.needsResampling) {
-            if (!append(m_outputBlock.span(), total)) return false;
+            append(m_outputBlock.span());
             continue;
         }
         // In portions: a frame can yield more than the 2 * spf samples that the block has room for.
         m_resampler.feed(m_settings.samplesPerFrame, m_outputBlock.data());
         const std::span portion = m_outputBlockResampled.span();
-        while (const int n = m_resampler.take(factor, portion)) {
-            if (!append(portion.first(static_cast<std::size_t>(n)), total)) return false;
-        }
+        while (const int n = m_resampler.take(factor, portion))
+            append(portion.first(static_cast<std::size_t>(n)));
         m_resampler.settle();
     }
-    m_waveformSamples = total;
-    return true;
 }
 
-/// Converts to 16 bits and to the playback format behind the `total` samples made so far.
-bool Transmitter::append(std::span<const float> samples, int& total) {
-    if (static_cast<int>(samples.size()) > m_outputBlockI16.size() - total) return false;
+/// Converts to 16 bits and to the playback format behind the samples made so far, as far as there
+/// is room; `obstacle` has counted that there is.
+void Transmitter::append(std::span<const float> samples) {
+    const int total = m_waveformSamples;
+    samples =
+        samples.first(std::min(samples.size(), static_cast<std::size_t>(m_outputBlockI16.size() - total)));
     storeI16(samples, m_outputBlockI16.data() + total);
     std::uint8_t* const raw = m_outputBlockTmp.data() + total * sampleSize(m_settings.sampleFormatOut);
     switch (m_settings.sampleFormatOut) {
@@ -378,8 +380,7 @@ bool Transmitter::append(std::span<const float> samples, int& total) {
     default:
         break; // 16-bit playback is m_outputBlockI16 itself
     }
-    total += static_cast<int>(samples.size());
-    return true;
+    m_waveformSamples += static_cast<int>(samples.size());
 }
 
 const void* Transmitter::waveform() const {

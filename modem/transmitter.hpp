@@ -26,7 +26,8 @@ public:
                int volume_percent);
     bool hasData() const { return m_hasData; }
 
-    /// Samples of the waveform that `encode` will make; when resampling, an upper bound.
+    /// Samples of the waveform that `encode` will make; when resampling, an upper bound. 0 if it will
+    /// make none.
     std::uint32_t size_samples() const;
 
     /// Makes the tone list and the waveform of what is queued; restarts the converter's stream.
@@ -44,13 +45,14 @@ private:
 
     Frames transmissionFrames() const;
     const char* obstacle() const;
+    int playedSamples(int frames) const;
     int codedByte(int i) const;
     void setDataBits(const Frames& frames, int frame);
     bool makeTones(const Frames& frames);
     void makeSines();
     void synthesizeFrame(const Frames& frames, int frame);
-    bool makeWaveform(const Frames& frames);
-    bool append(std::span<const float> samples, int& total);
+    void makeWaveform(const Frames& frames);
+    void append(std::span<const float> samples);
 
     const Settings& m_settings;
     Coding& m_coding;

@@ -173,9 +173,28 @@ TEST_F(Transmitter, StartsEveryTransmissionAfresh) {
     }
 }
 
+TEST_F(Transmitter, AnnouncesNothingForWhatItWillRefuse) {
+    // At 51.2 kHz the longest message still fits, at 56 kHz it does not: 1823 of 2048 frames at 48 kHz.
+    LogCapture log;
+    const std::string longest(140, 'x');
+    for (const float rate : {24000.0F, 51200.0F, 53000.0F, 56000.0F, 96000.0F, 96e6F, 1e9F}) {
+        ggwave_Parameters parameters = sending(-1);
+        parameters.sampleRateOut = rate;
+        GGWave modem(parameters);
+        ASSERT_TRUE(modem.init(longest.c_str(), 12, 50));
+        const auto samples = modem.encodeSize_samples(), bytes = modem.encodeSize_bytes();
+        const auto made = modem.encode();
+        EXPECT_EQ(samples > 0, made > 0) << rate;
+        EXPECT_EQ(made > 0, rate < 54000.0F) << rate;
+        EXPECT_EQ(bytes, 4 * samples) << rate;
+        EXPECT_LE(made, bytes) << rate;
+    }
+}
+
 TEST_F(Transmitter, MakesTonesOnlyWhenThatIsAsked) {
     GGWave modem(sending(13, GGWAVE_OPERATING_MODE_TX | GGWAVE_OPERATING_MODE_TX_ONLY_TONES));
     ASSERT_TRUE(modem.init("hello", 12, 50));
+    EXPECT_EQ(modem.encodeSize_samples(), 0U);
     EXPECT_EQ(modem.encode(), 1U);
     EXPECT_EQ(modem.txTones().size(), 51);
     EXPECT_EQ(modem.txWaveform(), nullptr);
