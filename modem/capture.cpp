@@ -1,6 +1,7 @@
 #include "modem/capture.hpp"
 
 #include "modem/log.hpp"
+#include "modem/target_clones.hpp"
 
 #include <cmath>
 #include <cstring>
@@ -17,21 +18,52 @@ constexpr int kSpareSamples = 4; // taken beyond a frame, so that one chunk does
 /// otherwise.
 constexpr float kStreamSeconds = 60.0F;
 
-template <class Sample>
-Sample sampleAt(std::span<const std::uint8_t> bytes, std::size_t i) {
-    Sample value;
-    std::memcpy(&value, bytes.data() + i * sizeof value, sizeof value);
-    return value;
+/// What is quieter counts as silence: -360 dB. The squares of still smaller numbers would be denormal, on
+/// which some processors take a hundred times as long.
+constexpr float kSilence = 1e-18F;
+
+template <class Sample, class Convert>
+void convertEach(std::span<const std::uint8_t> bytes, float* dst, Convert convert) {
+    for (std::size_t i = 0; i < bytes.size() / sizeof(Sample); ++i) {
+        Sample sample;
+        std::memcpy(&sample, bytes.data() + i * sizeof sample, sizeof sample);
+        dst[i] = convert(sample);
+    }
+}
+
+/// Captured bytes to floats of full scale 1.
+SORVEL_TARGET_CLONES void convert(ggwave_SampleFormat format, std::span<const std::uint8_t> bytes,
+                                  float* dst) {
+    constexpr float kFrom8Bits = 1.0F / 128.0F, kFrom16Bits = 1.0F / 32768.0F;
+    switch (format) {
+    case GGWAVE_SAMPLE_FORMAT_U8:
+        convertEach<std::uint8_t>(bytes, dst, [](int x) { return static_cast<float>(x - 128) * kFrom8Bits; });
+        break;
+    case GGWAVE_SAMPLE_FORMAT_I8:
+        convertEach<std::int8_t>(bytes, dst, [](int x) { return static_cast<float>(x) * kFrom8Bits; });
+        break;
+    case GGWAVE_SAMPLE_FORMAT_U16:
+        convertEach<std::uint16_t>(bytes, dst,
+                                   [](int x) { return static_cast<float>(x - 32768) * kFrom16Bits; });
+        break;
+    case GGWAVE_SAMPLE_FORMAT_I16:
+        convertEach<std::int16_t>(bytes, dst, [](int x) { return static_cast<float>(x) * kFrom16Bits; });
+        break;
+    default:
+        convertEach<float>(bytes, dst, [](float x) { return std::fabs(x) < kSilence ? 0.0F : x; });
+        break;
+    }
 }
 
 } // namespace
 
 void Capture::place(Layout& layout) {
-    const std::int64_t spf = m_settings.samplesPerFrame;
-    const std::int64_t captured = m_settings.needsResampling ? GGWave::kResampleFactorMax * spf : spf;
+    const int spf = m_settings.samplesPerFrame;
     layout.place(m_amplitude, spf + (m_settings.needsResampling ? GGWave::kResampleMargin : 0));
-    layout.place(m_amplitudeResampled, captured);
-    layout.place(m_amplitudeTmp, sampleSize(m_settings.sampleFormatInp) * captured);
+    ggvector<float> floats; // both unused: captured bytes are converted to where they are needed
+    ggvector<std::uint8_t> raw;
+    layout.place(floats, mostCaptured());
+    layout.place(raw, sampleSize(m_settings.sampleFormatInp) * mostCaptured());
 }
 
 const char* Capture::obstacle() const {
@@ -43,9 +75,13 @@ const char* Capture::obstacle() const {
 bool Capture::canConvert() const {
     if (!m_settings.needsResampling) return true;
     const float factor = m_settings.sampleRateInp / m_settings.sampleRate;
-    const int room = std::min(m_amplitudeResampled.size(), GGWave::Resampler::kMaxInput);
     return factor * static_cast<float>(m_settings.samplesPerFrame) + 2 * kSpareSamples <=
-           static_cast<float>(room);
+           static_cast<float>(std::min(mostCaptured(), GGWave::Resampler::kMaxInput));
+}
+
+/// Captured samples that one frame may take.
+int Capture::mostCaptured() const {
+    return m_settings.samplesPerFrame * (m_settings.needsResampling ? GGWave::kResampleFactorMax : 1);
 }
 
 bool Capture::fill(std::span<const std::uint8_t>& captured, bool keepsStream) {
@@ -64,9 +100,6 @@ bool Capture::fill(std::span<const std::uint8_t>& captured, bool keepsStream) {
             return false;
         }
         const auto samples = static_cast<int>(chunk.size() / bytesPerSample);
-        float* const converted = m_amplitudeResampled.data();
-        convert(chunk, converted);
-
         const int offset = spf - m_samplesNeeded;
         if (m_settings.needsResampling) {
             if (samples <= 2 * GGWave::Resampler::kWidth) {
@@ -78,12 +111,12 @@ bool Capture::fill(std::span<const std::uint8_t>& captured, bool keepsStream) {
             if (!keepsStream && static_cast<float>(m_resampler.samplesTotal()) >
                                     kStreamSeconds * factor * m_settings.sampleRate)
                 m_resampler.reset();
-            m_resampler.feed(samples, converted);
+            convert(m_settings.sampleFormatInp, chunk, m_resampler.feed(samples).data());
             m_recorded = offset + m_resampler.take(
                                       factor, m_amplitude.span().subspan(static_cast<std::size_t>(offset)));
             m_resampler.settle();
         } else {
-            std::copy_n(converted, samples, m_amplitude.data() + offset);
+            convert(m_settings.sampleFormatInp, chunk, m_amplitude.data() + offset);
             // Without the offset: whoever hands over partial frames at the operating rate never
             // completes one. Callers rely on whole frames only being analysed; adding it would
             // change which sounds are heard.
@@ -104,8 +137,7 @@ std::size_t Capture::wantedSamples() const {
     if (!m_settings.needsResampling) return static_cast<std::size_t>(std::max(0, m_samplesNeeded));
     const float factor = m_settings.sampleRateInp / m_settings.sampleRate;
     const int wanted = m_resampler.resample(1.0F / factor, m_samplesNeeded, nullptr, nullptr) + kSpareSamples;
-    return static_cast<std::size_t>(
-        std::min({wanted, m_amplitudeResampled.size(), GGWave::Resampler::kMaxInput}));
+    return static_cast<std::size_t>(std::min({wanted, mostCaptured(), GGWave::Resampler::kMaxInput}));
 }
 
 void Capture::next() {
@@ -119,33 +151,6 @@ bool Capture::takeNews() {
     const bool wasNews = m_isNews;
     m_isNews = false;
     return wasNews;
-}
-
-/// Captured bytes to floats of full scale 1.
-void Capture::convert(std::span<const std::uint8_t> bytes, float* dst) const {
-    constexpr float kFrom8Bits = 1.0F / 128.0F, kFrom16Bits = 1.0F / 32768.0F;
-    const std::size_t samples =
-        bytes.size() / static_cast<std::size_t>(sampleSize(m_settings.sampleFormatInp));
-    switch (m_settings.sampleFormatInp) {
-    case GGWAVE_SAMPLE_FORMAT_U8:
-        for (std::size_t i = 0; i < samples; ++i) dst[i] = static_cast<float>(bytes[i] - 128) * kFrom8Bits;
-        break;
-    case GGWAVE_SAMPLE_FORMAT_I8:
-        for (std::size_t i = 0; i < samples; ++i)
-            dst[i] = static_cast<float>(sampleAt<std::int8_t>(bytes, i)) * kFrom8Bits;
-        break;
-    case GGWAVE_SAMPLE_FORMAT_U16:
-        for (std::size_t i = 0; i < samples; ++i)
-            dst[i] = static_cast<float>(sampleAt<std::uint16_t>(bytes, i) - 32768) * kFrom16Bits;
-        break;
-    case GGWAVE_SAMPLE_FORMAT_I16:
-        for (std::size_t i = 0; i < samples; ++i)
-            dst[i] = static_cast<float>(sampleAt<std::int16_t>(bytes, i)) * kFrom16Bits;
-        break;
-    default:
-        std::memcpy(dst, bytes.data(), bytes.size());
-        break;
-    }
 }
 
 } // namespace sorvel::modem

@@ -43,18 +43,15 @@ public:
     void forget() { m_amplitude.zero(); }
 
 private:
+    int mostCaptured() const;
     std::size_t wantedSamples() const;
-    void convert(std::span<const std::uint8_t> bytes, float* dst) const;
 
     const Settings& m_settings;
     GGWave::Resampler& m_resampler;
     int m_samplesNeeded; // until the frame is complete
     int m_recorded = 0;  // samples in m_amplitude once it is
     bool m_isNews = false;
-    // In the order of the working block
-    ggvector<float> m_amplitude;          // the frame being filled, and what overflows it
-    ggvector<float> m_amplitudeResampled; // captured samples as floats
-    ggvector<std::uint8_t> m_amplitudeTmp;
+    ggvector<float> m_amplitude; // the frame being filled, and what overflows it
 };
 
 } // namespace sorvel::modem

@@ -154,6 +154,8 @@ bool GGWave::Parts::place(void* block, int& n, const Protocols& rx, const Protoc
         return false;
     }
 
+    // The plan. Nobody reads what capture places behind the frame being filled, and of the detected tones
+    // only the size: they belong to the plan, which users count on.
     sorvel::modem::Layout layout(block, n);
     coding.placeWord(layout);
     if (settings.canReceive) {
