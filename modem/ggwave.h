@@ -267,9 +267,10 @@ public:
     ///
     /// Messages between markers: a recording runs from the start marker to the end marker, or for the
     /// longest message there is; then one call analyses it. docs/performance.md states the worst time
-    /// of that call for the built-in protocol; it grows with the enabled rows that share a start bin
-    /// and only then comes near the 21.3 ms of a frame. Rows whose chunks are very large (see
-    /// modem/recording.hpp) are analysed from samples, which can take several times as long.
+    /// of that call for the built-in protocol. It grows with the enabled rows that share a start bin:
+    /// 22 rows of one byte per chunk take half of a frame's 21.3 ms. Rows whose chunks are very large
+    /// (see modem/recording.hpp) are analysed from samples: one takes about a frame, each further one
+    /// that shares its start bin as long again.
     /// In perfect digital silence the switching of tones looks like an end marker and ends recordings
     /// early: a synthetic loopback needs a trace of noise, -100 dBFS will do.
     ///

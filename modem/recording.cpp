@@ -73,6 +73,7 @@ void Recording::place(Layout& layout, int samplesPerFrame) {
 void Recording::begin(int freqStart, const GGWave::Protocols& protocols) {
     m_freqStart = freqStart;
     m_frames = 0;
+    m_kept = {};
     for (std::size_t id = 0; id < m_rows.size(); ++id) {
         const GGWave::Protocol& protocol = protocols[id];
         m_rows[id] = {};
@@ -231,15 +232,44 @@ void Recording::read(ggwave_ProtocolId id, int position, std::span<std::uint8_t>
         chunk[byte] = isRead && byte < audible ? row.read[first + byte] : std::uint8_t{0};
 }
 
-void Recording::readSamples(const Row& row, int position, std::span<std::uint8_t> chunk) {
-    const std::span<float> sums = m_spectrum.samples();
+/// Sums samples from `at` on and in the same place of the frames after it; behind the recording is
+/// silence.
+void Recording::layOver(std::span<float> sums, int at, int frames) {
     std::fill(sums.begin(), sums.end(), 0.0F);
     const int recorded = m_frames * m_samplesPerFrame;
-    int at = position * m_samplesPerFrame / kPositions;
-    for (int frame = 0; frame < row.frames && at < recorded; ++frame, at += m_samplesPerFrame) {
-        const auto samples = static_cast<std::size_t>(std::min(m_samplesPerFrame, recorded - at));
-        addTo(sums.first(samples), m_memory.data() + at);
+    for (int frame = 0; frame < frames && at < recorded; ++frame, at += m_samplesPerFrame) {
+        const auto rest = static_cast<std::size_t>(recorded - at);
+        addTo(sums.first(std::min(sums.size(), rest)), m_memory.data() + at);
     }
+}
+
+/// Lays the frames of a chunk over each other for the transform. Which sample of a frame the sum begins with
+/// turns the phases alone, so each sample keeps its place; and since a message is searched backwards, all but
+/// a sixteenth of a sum was made for the position behind.
+void Recording::sumFrames(const Row& row, int position) {
+    if (m_samplesPerFrame % kPositions != 0) {
+        layOver(m_spectrum.samples(), position * m_samplesPerFrame / kPositions, row.frames);
+        return;
+    }
+    const auto n = static_cast<std::size_t>(m_samplesPerFrame), size = n / kPositions;
+    const auto number = static_cast<std::size_t>(position / (kPositions * row.frames));
+    const std::span<float> unused = m_memory.span().subspan(static_cast<std::size_t>(m_frames) * n);
+    const bool isKept = number < m_kept.size() && (number + 1) * n <= unused.size();
+    const std::span<float> sums = isKept ? unused.subspan(number * n, n) : m_spectrum.samples();
+    Kept fresh{row.frames, position + kPositions};
+    Kept& kept = isKept ? m_kept[number] : fresh;
+    if (kept.frames != row.frames || kept.position <= position || kept.position > position + kPositions)
+        kept = fresh;
+    for (; kept.position > position; --kept.position) {
+        const int sixteenth = kept.position - 1;
+        layOver(sums.subspan(static_cast<std::size_t>(sixteenth % kPositions) * size, size),
+                sixteenth * static_cast<int>(size), row.frames);
+    }
+    if (isKept) std::copy(sums.begin(), sums.end(), m_spectrum.samples().begin());
+}
+
+void Recording::readSamples(const Row& row, int position, std::span<std::uint8_t> chunk) {
+    sumFrames(row, position);
     const std::span<const float> spectrum = m_spectrum.analyseSamples();
     for (std::size_t byte = 0; byte < chunk.size(); ++byte) {
         const std::size_t base = static_cast<std::size_t>(m_freqStart) + kTonesPerByte * byte;

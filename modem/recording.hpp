@@ -60,6 +60,8 @@ private:
     void makeTurns();
     void sumTones(std::span<const float> sixteenth, int block);
     void readSamples(const Row& row, int position, std::span<std::uint8_t> chunk);
+    void sumFrames(const Row& row, int position);
+    void layOver(std::span<float> sums, int at, int frames);
 
     Spectrum& m_spectrum;
     int m_samplesPerFrame = 0;
@@ -68,8 +70,17 @@ private:
     int m_freqStart = 0;
     bool m_keepsSamples = false;
     int m_mostFrames = 0, m_frames = 0; // that fit, and that were added
-    std::span<float> m_turns;           // by sample of a sixteenth: cosines and sines of the tones
-    std::span<float> m_tones;           // sums over the newest sixteenth
+
+    // For chunks read as they arrive
+    std::span<float> m_turns; // by sample of a sixteenth: cosines and sines of the tones
+    std::span<float> m_tones; // sums over the newest sixteenth
+
+    // For chunks read from samples: sums behind the recording, by number of the chunk, each of the frames
+    // from `position` on
+    struct Kept {
+        int frames = 0, position = 0;
+    };
+    std::array<Kept, 32> m_kept{};
 };
 
 } // namespace sorvel::modem
