@@ -31,7 +31,7 @@ struct LiteralTransmission {
 
         const int bytes = p.bytesPerTx, frames = p.framesPerTx, marker = isFixed ? 0 : 16;
         const int chunks = (static_cast<int>(coded.size()) + bytes - 1) / bytes * p.extra;
-        coded.resize(coded.size() + static_cast<std::size_t>(bytes));
+        coded.resize(coded.size() + static_cast<std::size_t>((chunks + 1) * bytes)); // zeros behind the word
         const auto dataTones = [&](int step) {
             std::vector<int> result;
             for (int j = 0; j < bytes; ++j) {
