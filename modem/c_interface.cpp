@@ -47,6 +47,11 @@ GGWave* need(int id) {
     return instance;
 }
 
+void setFreqStart(GGWave::Protocols& table, ggwave_ProtocolId id, int freqStart) {
+    if (id < 0 || id >= GGWAVE_PROTOCOL_COUNT) return;
+    table[static_cast<std::size_t>(id)].freqStart = static_cast<std::int16_t>(freqStart);
+}
+
 bool feed(GGWave& instance, const void* waveform, int waveformSize) {
     if (waveformSize < 0) {
         logLine("Negative data size: %d\n", waveformSize);
@@ -56,6 +61,26 @@ bool feed(GGWave& instance, const void* waveform, int waveformSize) {
 }
 
 } // namespace
+
+// Protocols
+
+void ggwave_rxToggleProtocol(ggwave_ProtocolId protocolId, int state) {
+    GGWave::Protocols::rx().toggle(protocolId, state != 0);
+}
+
+void ggwave_txToggleProtocol(ggwave_ProtocolId protocolId, int state) {
+    GGWave::Protocols::tx().toggle(protocolId, state != 0);
+}
+
+void ggwave_rxProtocolSetFreqStart(ggwave_ProtocolId protocolId, int freqStart) {
+    setFreqStart(GGWave::Protocols::rx(), protocolId, freqStart);
+}
+
+void ggwave_txProtocolSetFreqStart(ggwave_ProtocolId protocolId, int freqStart) {
+    setFreqStart(GGWave::Protocols::tx(), protocolId, freqStart);
+}
+
+// Instances
 
 ggwave_Parameters ggwave_getDefaultParameters(void) { return GGWave::getDefaultParameters(); }
 

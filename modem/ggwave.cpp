@@ -2,6 +2,7 @@
 
 #include "modem/log.hpp"
 #include "modem/parts.hpp"
+#include "modem/protocols.hpp"
 
 #include <cstring>
 #include <limits>
@@ -186,6 +187,32 @@ bool GGWave::rxTakeAmplitude(ggvector<float>& dst) {
     if (m_parts == nullptr || !m_parts->capture.takeNews()) return false;
     dst = m_parts->capture.amplitude();
     return true;
+}
+
+// Queries over a table
+
+int GGWave::minFreqStart(const Protocols& protocols) const {
+    return sorvel::modem::minFreqStart(protocols, samplesPerFrame());
+}
+
+int GGWave::minBytesPerTx(const Protocols& protocols) const {
+    return sorvel::modem::minBytesPerTx(protocols);
+}
+
+int GGWave::maxBytesPerTx(const Protocols& protocols) const {
+    return sorvel::modem::maxBytesPerTx(protocols);
+}
+
+int GGWave::maxFramesPerTx(const Protocols& protocols, bool excludeMT) const {
+    return sorvel::modem::maxFramesPerTx(protocols, excludeMT);
+}
+
+int GGWave::maxTonesPerTx(const Protocols& protocols) const {
+    return sorvel::modem::maxTonesPerTx(protocols);
+}
+
+float GGWave::bitFreq(const Protocol& protocol, int bit) const {
+    return sorvel::modem::bitFreq(protocol, bit, m_hzPerSample);
 }
 
 // Spectrum tools
