@@ -13,7 +13,7 @@ struct GGWave::Parts {
 
     /// The plan of the working block: adds the bytes of every array to `n`; with a block, places
     /// them too. False, after a line on the log stream, for lengths out of range.
-    bool place(void* block, int& n, const Protocols& rx, const Protocols& tx);
+    bool place(void* block, int& n);
 
     sorvel::modem::Settings settings;
     Resampler resampler; // one for both directions: sending starts a new stream

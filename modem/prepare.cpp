@@ -133,15 +133,15 @@ bool GGWave::prepare(const ggwave_Parameters& parameters, bool allocate) {
 }
 
 bool GGWave::alloc(void* p, int& n) {
-    if (m_parts != nullptr) return m_parts->place(p, n, m_rxProtocols, m_txProtocols);
-    return p == nullptr && Parts(m_parameters).place(nullptr, n, m_rxProtocols, m_txProtocols);
+    if (m_parts != nullptr) return m_parts->place(p, n);
+    return p == nullptr && Parts(m_parameters).place(nullptr, n);
 }
 
 GGWave::Parts::Parts(const ggwave_Parameters& parameters)
     : settings(parameters), coding(settings), capture(settings, resampler), fixedReceiver(settings, coding),
       messageReceiver(settings, spectrum, coding), transmitter(settings, coding, resampler) {}
 
-bool GGWave::Parts::place(void* block, int& n, const Protocols& rx, const Protocols& tx) {
+bool GGWave::Parts::place(void* block, int& n) {
     const int length = settings.payloadLength;
     const std::int64_t total = std::int64_t{length} + sorvel::modem::eccBytes(length);
     if (total > kMaxDataSize) {
@@ -163,12 +163,12 @@ bool GGWave::Parts::place(void* block, int& n, const Protocols& rx, const Protoc
         capture.place(layout);
         layout.place(reception.data, length + 1);
         if (settings.isFixedLength) {
-            fixedReceiver.place(layout, rx);
+            fixedReceiver.place(layout, Protocols::rx());
         } else {
             messageReceiver.place(layout);
         }
     }
-    if (settings.canTransmit) transmitter.place(layout, tx);
+    if (settings.canTransmit) transmitter.place(layout, Protocols::tx());
     coding.placeWork(layout);
     if (layout.bytes() > INT_MAX - 65536) return false; // the converter adds less
     n = static_cast<int>(layout.bytes());
