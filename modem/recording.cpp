@@ -54,7 +54,7 @@ std::uint8_t loudestByte(const float* power) {
 
 /// The byte whose tones have these sums.
 SORVEL_TARGET_CLONES std::uint8_t byteOf(const float* older, const float* newer) {
-    std::array<float, kTonesPerByte> power;
+    std::array<float, kTonesPerByte> power{};
     for (std::size_t tone = 0; tone < kTonesPerByte; ++tone) {
         const float re = older[tone] + newer[tone];
         const float im = older[tone + kTonesPerByte] + newer[tone + kTonesPerByte];

@@ -75,7 +75,7 @@ struct Lanes {
     Vector part[kParts]{};
 
     float total() const {
-        std::array<float, kCount> s;
+        std::array<float, kCount> s{};
         for (std::size_t k = 0; k < kParts; ++k) store(s.data() + k * Width, part[k]);
         return ((s[0] + s[4]) + (s[1] + s[5])) + ((s[2] + s[6]) + (s[3] + s[7]));
     }

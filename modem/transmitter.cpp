@@ -313,7 +313,7 @@ void Transmitter::synthesizeFrame(const Frames& frames, int frame) {
     const bool isData = dataFrame >= 0 && dataFrame < data;
     const int frameInTone = dataFrame < 0 ? frame : isData ? dataFrame % frames.step : dataFrame - data;
     const Envelope envelope((isData ? frames.step : frames.marker) * spf);
-    std::array<float, GGWave::kMaxSamplesPerFrame> levels; // of the envelope, the same for every tone
+    std::array<float, GGWave::kMaxSamplesPerFrame> levels{}; // of the envelope, the same for every tone
     for (int i = 0; i < spf; ++i) levels[static_cast<std::size_t>(i)] = envelope.at(frameInTone * spf + i);
 
     m_outputBlock.zero();
