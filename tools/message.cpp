@@ -12,7 +12,6 @@ namespace sorvel {
 namespace {
 
 constexpr float kStep = 1.0F / 32768.0F;
-constexpr std::size_t kPiece_samples = 4096;
 // A message that broke off is given up after the longest duration there is.
 constexpr std::size_t kLongest_frames = GGWave::kMaxRecordedFrames + 40;
 
@@ -66,34 +65,23 @@ std::string inHex(const std::string& bytes) {
 }
 
 MessageReceiver::MessageReceiver(std::function<void(const HeardMessage&)> deliver)
-    : m_deliver(std::move(deliver)), m_modem(parameters(GGWAVE_OPERATING_MODE_RX)),
-      m_converter(kTransmissionRate_hz, kTransmissionRate_hz), m_converted(kPiece_samples) {}
+    : RecordingReceiver(kTransmissionRate_hz), m_deliver(std::move(deliver)),
+      m_modem(parameters(GGWAVE_OPERATING_MODE_RX)) {}
 
-void MessageReceiver::begin(double sampleRate_hz) {
-    m_converter = RateConverter(sampleRate_hz, kTransmissionRate_hz);
+void MessageReceiver::start() {
     m_modem.prepare(parameters(GGWAVE_OPERATING_MODE_RX));
     m_gathered = 0;
     m_frames = 0;
 }
 
-void MessageReceiver::take(std::span<const float> mono) {
-    while (!mono.empty()) {
-        const Converted step = m_converter.convert(mono, m_converted);
-        mono = mono.subspan(step.consumed);
-        gather(std::span(m_converted).first(step.produced));
-    }
-}
-
-void MessageReceiver::end() {
-    while (const std::size_t produced = m_converter.flush(m_converted))
-        gather(std::span(m_converted).first(produced));
+void MessageReceiver::complete() {
     static constexpr std::array<float, kFrame_samples> kSilence{};
-    gather(std::span(kSilence).first(kFrame_samples - m_gathered));
-    for (std::size_t i = 0; i < 8; ++i) gather(kSilence);
-    for (std::size_t i = 0; i < kLongest_frames && m_modem.rxReceiving(); ++i) gather(kSilence);
+    push(std::span(kSilence).first(kFrame_samples - m_gathered));
+    for (std::size_t i = 0; i < 8; ++i) push(kSilence);
+    for (std::size_t i = 0; i < kLongest_frames && m_modem.rxReceiving(); ++i) push(kSilence);
 }
 
-void MessageReceiver::gather(std::span<const float> converted) {
+void MessageReceiver::push(std::span<const float> converted) {
     std::uniform_real_distribution<float> half(-0.5F * kStep, 0.5F * kStep);
     for (const float sample : converted) {
         m_frame[m_gathered++] = sample + half(m_dither) + half(m_dither);

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "modem/ggwave.h"
-#include "platform/rate_converter.hpp"
+#include "tools/recording.hpp"
 
 #include <array>
 #include <functional>
@@ -32,29 +32,24 @@ struct HeardMessage {
     double time_s = 0.0;              ///< from the recording's start to the frame in which it ended
 };
 
-/// Converts sound to 48 kHz and hands it to the modem in whole frames. Same calls as TextReceiver.
+/// Converts sound to 48 kHz and hands it to the modem in whole frames.
 ///
 /// File audio gets a triangular dither of one 16-bit step: in digital silence the switching of
 /// tones looks like an end marker.
-class MessageReceiver {
+class MessageReceiver final : public RecordingReceiver {
 public:
     explicit MessageReceiver(std::function<void(const HeardMessage&)> deliver);
-
-    /// @throws std::invalid_argument for a rate outside 8000 to 384000 Hz
-    void begin(double sampleRate_hz);
-    void take(std::span<const float> mono);
-    void end();
 
 private:
     static constexpr std::size_t kFrame_samples = 1024;
 
-    void gather(std::span<const float> converted);
+    void start() override;
+    void push(std::span<const float> converted) override;
+    void complete() override;
     void decodeFrame();
 
     std::function<void(const HeardMessage&)> m_deliver;
     GGWave m_modem;
-    RateConverter m_converter; // of the recording; before the first one equal rates
-    std::vector<float> m_converted;
     std::array<float, kFrame_samples> m_frame{};
     std::size_t m_gathered = 0; // samples in m_frame
     std::uint64_t m_frames = 0; // since `begin`

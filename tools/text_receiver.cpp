@@ -12,7 +12,6 @@ namespace {
 constexpr std::uint64_t kRate_hz = 96000;
 constexpr std::size_t kBlock_samples = 9600;
 constexpr std::uint64_t kSilence_samples = 4 * kRate_hz; // the decoder looks back over 3.3 s
-constexpr std::size_t kPiece_samples = 4096;
 
 /// The listener refuses an empty prefix; its decoder then takes this one and listens to everything.
 constexpr const char* kEveryPrefix = "*";
@@ -63,7 +62,8 @@ private:
 
 TextReceiver::TextReceiver(const std::string& prefix, Repeats repeats, const Platform& platform,
                            std::function<void(const Heard&)> deliver)
-    : m_clock(std::make_shared<RecordedTime>(*portableClock(), repeats)), m_texts(std::make_shared<Texts>()),
+    : RecordingReceiver(static_cast<double>(kRate_hz)),
+      m_clock(std::make_shared<RecordedTime>(*portableClock(), repeats)), m_texts(std::make_shared<Texts>()),
       m_capture(static_cast<double>(kRate_hz), 1,
                 [&] {
                     Platform own = platform;
@@ -76,32 +76,21 @@ TextReceiver::TextReceiver(const std::string& prefix, Repeats repeats, const Pla
                     }
                     return own;
                 }()),
-      m_listener(prefix.empty() ? kEveryPrefix : prefix, m_capture.platform()), m_deliver(std::move(deliver)),
-      m_converter(static_cast<double>(kRate_hz), static_cast<double>(kRate_hz)), m_converted(kPiece_samples) {
+      m_listener(prefix.empty() ? kEveryPrefix : prefix, m_capture.platform()),
+      m_deliver(std::move(deliver)) {
     m_listener.setCallBack([this](const std::string& text) {
         const std::uint64_t time = m_end ? std::min(m_time, *m_end) : m_time;
         m_deliver({text, static_cast<double>(time) / static_cast<double>(kRate_hz)});
     });
 }
 
-void TextReceiver::begin(double sampleRate_hz) {
-    m_converter = RateConverter(sampleRate_hz, static_cast<double>(kRate_hz));
+void TextReceiver::start() {
     m_time = 0;
     m_end.reset();
     m_listener.startListening();
 }
 
-void TextReceiver::take(std::span<const float> mono) {
-    while (!mono.empty()) {
-        const Converted step = m_converter.convert(mono, m_converted);
-        mono = mono.subspan(step.consumed);
-        push(std::span(m_converted).first(step.produced));
-    }
-}
-
-void TextReceiver::end() {
-    while (const std::size_t produced = m_converter.flush(m_converted))
-        push(std::span(m_converted).first(produced));
+void TextReceiver::complete() {
     m_end = m_time;
 
     static constexpr std::array<float, kBlock_samples> kSilence{};

@@ -2,9 +2,9 @@
 /// own clock.
 #pragma once
 
-#include "platform/rate_converter.hpp"
 #include "sdk/PushCapture.hpp"
 #include "sdk/SorvelUBM.hpp"
+#include "tools/recording.hpp"
 
 #include <array>
 #include <cstdint>
@@ -13,7 +13,6 @@
 #include <optional>
 #include <span>
 #include <string>
-#include <vector>
 
 namespace sorvel {
 
@@ -37,36 +36,25 @@ std::unique_ptr<Decoder> decoderOfEveryText();
 /// Runs a SorvelUBM over recordings, as fast as they can be read.
 ///
 ///     TextReceiver receiver("acme", Repeats::Drop, sorvel::defaultPlatform(), [](const Heard& heard) {...});
-///     receiver.begin(44100);
-///     receiver.take(samples);   // as often as needed
-///     receiver.end();           // the next recording may begin
 ///
 /// Make one in a process: it takes one of the modem's four instances for good.
-///
-/// Thread: one at a time.
-class TextReceiver {
+class TextReceiver final : public RecordingReceiver {
 public:
     /// @param prefix    compared without regard to ASCII case. Empty: every text, and no events
     /// @param platform  sends the listener's events and converts; its sound, clock and queue are not used
-    /// @param deliver   called inside `take` and `end`; what it throws passes through
+    /// @param deliver   called while a recording is taken and ended; what it throws passes through
     TextReceiver(const std::string& prefix, Repeats repeats, const Platform& platform,
                  std::function<void(const Heard&)> deliver);
-
-    /// Starts a recording; nothing of the one before is left.
-    /// @throws std::invalid_argument for a rate outside 8000 to 384000 Hz
-    void begin(double sampleRate_hz);
-    /// @param mono  samples at that rate, full scale 1.0
-    void take(std::span<const float> mono);
-    /// Hands over what conversion held back, and 4 s of silence. They complete a text that the
-    /// recording ends with, and they are more than the decoder looks back over, so that recordings
-    /// do not mix.
-    void end();
 
 private:
     class RecordedTime;
     class Texts;
 
-    void push(std::span<const float> converted);
+    void start() override;
+    void push(std::span<const float> converted) override;
+    /// 4 s of silence: they complete a text that the recording ends with, and they are more than
+    /// the decoder looks back over, so that recordings do not mix.
+    void complete() override;
 
     std::shared_ptr<RecordedTime> m_clock;
     std::shared_ptr<Texts> m_texts;
@@ -74,8 +62,6 @@ private:
     SorvelUBM m_listener;
     std::function<void(const Heard&)> m_deliver;
 
-    RateConverter m_converter; // of the recording; before the first one equal rates
-    std::vector<float> m_converted;
     std::uint64_t m_time = 0;           // samples at 96 kHz since `begin`
     std::optional<std::uint64_t> m_end; // of the recording, once it is known
 };
