@@ -91,9 +91,9 @@ int demo(const DemoOptions& options) {
         std::snprintf(line.data(), line.size(), "Heard after %.1f s: %s", heard.time_s, heard.text.c_str());
         printLine(options.json ? jsonLine(heard, "demo") : line.data());
     });
-    receiver.begin(kTransmissionRate_hz);
-    receiver.take(sound);
-    receiver.end();
+    Recording recording(receiver, kTransmissionRate_hz);
+    recording.take(sound);
+    recording.finish();
     if (!wasHeard && !options.json) printLine("Nothing was heard.");
     return wasHeard ? kDone : kNothingHeard;
 }

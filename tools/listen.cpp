@@ -52,8 +52,7 @@ class FileListening {
 public:
     explicit FileListening(const ListenOptions& options) : m_options(options) {}
 
-    template <class Receiver>
-    void listenTo(Receiver& receiver) {
+    void listenTo(RecordingReceiver& receiver) {
         for (const std::string& file : m_options.files) {
             try {
                 listenTo(receiver, file);
@@ -81,8 +80,7 @@ public:
 
 private:
     /// @throws AudioFileError; what was heard before it has been printed
-    template <class Receiver>
-    void listenTo(Receiver& receiver, const std::string& file) {
+    void listenTo(RecordingReceiver& receiver, const std::string& file) {
         m_file = file;
         AudioFileReader reader(file, m_options.isRaw ? std::optional(m_options.raw) : std::nullopt);
         if (reader.sampleRate_hz() < 2 * kHighestTone_hz)
@@ -91,14 +89,14 @@ private:
 
         // 100 ms, so that a live stream waits for no more than that.
         std::vector<float> block(static_cast<std::size_t>(reader.sampleRate_hz()) / 10);
-        receiver.begin(reader.sampleRate_hz());
+        Recording recording(receiver, reader.sampleRate_hz());
         std::uint64_t frames = 0;
         while (const std::size_t n = reader.read(block)) {
-            receiver.take(std::span(block).first(n));
+            recording.take(std::span(block).first(n));
             frames += n;
             m_status.show([&] { return progress(reader, frames); });
         }
-        receiver.end();
+        recording.finish();
         m_status.clear();
         if (frames == 0)
             warn(file +

@@ -10,36 +10,54 @@
 namespace sorvel {
 
 /// Converts recordings, one after another, and hands them to a receiver at the rate it works at.
-///
-///     receiver.begin(44100);
-///     receiver.take(samples);   // as often as needed
-///     receiver.end();           // the next recording may begin
-///
 /// Thread: one at a time.
 class RecordingReceiver {
 public:
     virtual ~RecordingReceiver() = default;
 
-    /// Starts a recording; nothing of the one before is left.
-    /// @throws std::invalid_argument for a rate outside 8000 to 384000 Hz
-    void begin(double sampleRate_hz);
-    /// @param mono  samples at that rate, full scale 1.0
-    void take(std::span<const float> mono);
-    /// Hands over what conversion held back, and silence that completes what the recording ends
-    /// with.
-    void end();
-
 protected:
     explicit RecordingReceiver(double ownRate_hz);
 
 private:
+    friend class Recording;
+
+    /// A recording begins; nothing of the one before is left.
     virtual void start() = 0;
     virtual void push(std::span<const float> converted) = 0;
+    /// Completes with silence what the recording ends with.
     virtual void complete() = 0;
 
     double m_ownRate_hz;
     RateConverter m_converter; // of the recording; before the first one equal rates
     std::vector<float> m_converted;
+};
+
+/// One recording on its way through a receiver.
+///
+///     Recording recording(receiver, 44100);
+///     recording.take(samples);   // as often as needed
+///     recording.finish();
+///
+/// However it breaks off, what it holds is delivered before the object is gone, so that nothing of
+/// it is left for the next one.
+class Recording {
+public:
+    /// @throws std::invalid_argument for a rate outside 8000 to 384000 Hz
+    Recording(RecordingReceiver& receiver, double sampleRate_hz);
+    Recording(const Recording&) = delete;
+    Recording& operator=(const Recording&) = delete;
+    /// Finishes what is not finished. Only an exception leads here then, so that one from a
+    /// delivery is left unsaid.
+    ~Recording();
+
+    /// @param mono  samples at that rate, full scale 1.0
+    void take(std::span<const float> mono);
+    /// Hands over what conversion held back, and the silence behind it.
+    void finish();
+
+private:
+    RecordingReceiver& m_receiver;
+    bool m_isFinished = false;
 };
 
 } // namespace sorvel

@@ -137,6 +137,24 @@ TEST_F(Sorvel, HearsWhatLiesBeforeTheDamageAndNothingOfItInTheNextFile) {
     EXPECT_EQ(outcome.status, 2);
 }
 
+// Both a text and a message are complete only with the silence behind them.
+TEST_F(Sorvel, ARecordingThatBreaksOffKeepsWhatItEndsWith) {
+    for (const std::string what : {"acme_1234", "--message acme_1234"}) {
+        ASSERT_EQ(shell("sorvel send " + what + " -o a.wav && sox -V1 a.wav a.flac trim 0 -0.3").status, 0);
+        sox("-n -r 44100 quiet.wav trim 0 2");
+        const std::string flac = content("a.flac");
+        write("cut.flac", flac.substr(0, flac.size() - 2000));
+        const std::string mode = what[0] == '-' ? " --messages" : "";
+        const Outcome outcome = shell("sorvel listen --json cut.flac quiet.wav" + mode);
+        const auto heard = objects(outcome.out);
+        ASSERT_EQ(heard.size(), 1U) << what << "\n" << outcome.out << outcome.err;
+        EXPECT_EQ(heard[0].at("file"), "cut.flac");
+        EXPECT_GT(heard[0].at("time").get<double>(), 1.0);
+        EXPECT_THAT(outcome.err, HasSubstr("damaged or incomplete"));
+        EXPECT_EQ(outcome.status, 2);
+    }
+}
+
 TEST_F(Sorvel, EndsQuietlyWhenItsReaderIsGone) {
     EXPECT_EQ(shell("sorvel send acme --repeat 50 -o - | head -c 100 | wc -c; echo ${PIPESTATUS[0]}").out,
               "100\n0\n");
