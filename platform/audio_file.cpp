@@ -4,13 +4,17 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <bit>
 #include <cerrno>
 #include <cmath>
+#include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <limits>
+#include <random>
 #include <sndfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -162,6 +166,7 @@ AudioFileReader& AudioFileReader::operator=(AudioFileReader&&) noexcept = defaul
 
 int AudioFileReader::sampleRate_hz() const noexcept { return m_source->info.samplerate; }
 int AudioFileReader::channels() const noexcept { return m_source->info.channels; }
+int AudioFileReader::descriptor() const noexcept { return m_source->file.number(); }
 
 std::optional<std::uint64_t> AudioFileReader::frames() const noexcept {
     if (!m_source->isSeekable || m_source->info.frames < 0) return std::nullopt;
@@ -263,11 +268,16 @@ void writeAll(const std::string& path, int descriptor, std::span<const std::byte
     }
 }
 
-/// Where the bytes really go: through links, so that a link stays one.
+/// Where the bytes really go: through links, also one whose target is yet to be made.
 fs::path destination(const std::string& path) {
+    constexpr int kMostLinks = 40;
+    fs::path real = path;
     std::error_code error;
-    const fs::path real = fs::weakly_canonical(path, error);
-    return error ? fs::path(path) : real;
+    for (int links = 0; fs::is_symlink(fs::symlink_status(real, error)); ++links) {
+        if (links == kMostLinks) cannotWrite(path, systemReason(ELOOP));
+        real = real.parent_path() / fs::read_symlink(real, error); // which may be absolute
+    }
+    return real;
 }
 
 class Sink {
@@ -299,7 +309,26 @@ private:
     bool m_isOdd = false;
 };
 
-/// A temporary file beside the destination that takes its name at the end.
+/// Name of the temporary file that has one; a signal handler reads it.
+std::atomic<const char*> theTemporary = nullptr;
+
+class AllSignalsBlocked {
+public:
+    AllSignalsBlocked() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &m_before);
+    }
+    ~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
+    AllSignalsBlocked(const AllSignalsBlocked&) = delete;
+    AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
+
+private:
+    sigset_t m_before{};
+};
+
+/// A temporary file that takes the destination's name at the end. Until then it has none, where the
+/// file system allows that, and goes away with the process; else it lies beside the destination.
 class NewFile final : public Sink {
 public:
     NewFile(std::string path, int sampleRate_hz, StoredFormat format)
@@ -314,7 +343,7 @@ public:
     }
     ~NewFile() override {
         m_sound.reset();
-        if (!m_isFinished) ::unlink(m_temporary.c_str());
+        removeTemporary();
     }
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
@@ -326,40 +355,90 @@ public:
     void finish() override {
         if (const int error = sf_close(m_sound.release()); error != SF_ERR_NO_ERROR)
             fail(sf_error_number(error));
+        keepMode();
+        const AllSignalsBlocked blocked; // the name below is to be gone again before one ends the process
+        if (m_temporary.empty() && !giveName()) fail(systemReason(errno));
         if (::rename(m_temporary.c_str(), m_destination.c_str()) != 0) fail(systemReason(errno));
-        m_isFinished = true;
+        theTemporary = nullptr;
+        m_temporary.clear();
     }
 
 private:
+    fs::path folder() const {
+        const fs::path parent = m_destination.parent_path();
+        return parent.empty() ? fs::path(".") : parent;
+    }
+    /// Drawn by lot: a number that comes again, such as the process's, meets what another left.
+    fs::path anyName() const {
+        std::random_device random;
+        char name[32];
+        std::snprintf(name, sizeof name, ".sorvel-%08x%08x.tmp", static_cast<unsigned>(random()),
+                      static_cast<unsigned>(random()));
+        return folder() / name;
+    }
     /// Not with the C library's temporary files: those stay private, while this one obeys the umask.
     int create() {
-        int descriptor = -1;
-        for (unsigned attempt = 0; attempt < 100 && descriptor < 0; ++attempt) {
-            m_temporary = m_destination.parent_path() /
-                          (".sorvel-" + std::to_string(::getpid()) + "-" + std::to_string(attempt) + ".tmp");
-            descriptor = ::open(m_temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-            if (descriptor < 0 && errno != EEXIST) break;
+        constexpr mode_t kMode = 0666;
+        if (::access(kOwnDescriptors, X_OK) == 0) { // without these a file cannot get a name later
+            const int nameless = ::open(folder().c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, kMode);
+            if (nameless >= 0) return nameless;
+        }
+        const fs::path name = anyName();
+        const int descriptor = ::open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kMode);
+        if (descriptor >= 0) {
+            m_temporary = name;
+            theTemporary = m_temporary.c_str();
         }
         return descriptor;
+    }
+    bool giveName() {
+        const fs::path name = anyName();
+        const std::string own = std::string(kOwnDescriptors) + "/" + std::to_string(m_file.number());
+        if (::linkat(AT_FDCWD, own.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) != 0) return false;
+        m_temporary = name;
+        return true;
+    }
+    /// What is replaced hands on who may use it; its owner only where this process may give files away.
+    void keepMode() const {
+        struct stat facts = {};
+        if (::stat(m_destination.c_str(), &facts) != 0) return;
+        [[maybe_unused]] const int given = ::fchown(m_file.number(), facts.st_uid, facts.st_gid);
+        ::fchmod(m_file.number(), facts.st_mode & 07777U);
+    }
+    void removeTemporary() {
+        if (m_temporary.empty()) return;
+        ::unlink(m_temporary.c_str());
+        theTemporary = nullptr;
+        m_temporary.clear();
     }
     /// Also from the constructor, whose destructor does not run.
     [[noreturn]] void fail(const std::string& reason) {
         m_sound.reset();
-        ::unlink(m_temporary.c_str());
+        removeTemporary();
         cannotWrite(m_path, reason);
     }
 
+    static constexpr const char* kOwnDescriptors = "/proc/self/fd";
+
     std::string m_path;
     fs::path m_destination;
-    fs::path m_temporary;
-    Descriptor m_file; // outlives m_sound
+    fs::path m_temporary; // empty: the file has no name
+    Descriptor m_file;    // outlives m_sound
     Sound m_sound;
-    bool m_isFinished = false;
 };
+
+/// Replacing needs no right to write a file, but whoever took that right away did not mean it.
+void checkWritable(const std::string& path) {
+    constexpr auto kWriters = fs::perms::owner_write | fs::perms::group_write | fs::perms::others_write;
+    std::error_code error;
+    const bool isForAnyone = (fs::status(path, error).permissions() & kWriters) != fs::perms::none;
+    if (!isForAnyone || ::access(path.c_str(), W_OK) != 0)
+        cannotWrite(path, "it is read-only; name another file, or make it writable");
+}
 
 std::unique_ptr<Sink> openedSink(const std::string& path, int sampleRate_hz, StoredFormat format,
                                  std::uint64_t frames) {
-    if (frames * bytesPerSample(format) > kLargestWav_bytes)
+    if (frames > kLargestWav_bytes / bytesPerSample(format))
         cannotWrite(path, "WAV ends at 4 GiB; make it shorter");
     const std::vector<std::byte> header =
         wavHeader(static_cast<std::uint32_t>(sampleRate_hz), format, static_cast<std::uint32_t>(frames));
@@ -371,6 +450,7 @@ std::unique_ptr<Sink> openedSink(const std::string& path, int sampleRate_hz, Sto
     std::error_code error; // where nothing is known about the path, opening the file will tell
     const fs::file_status status = fs::status(path, error);
     if (fs::is_directory(status)) cannotWrite(path, "it is a folder; name a file in it");
+    if (fs::is_regular_file(status)) checkWritable(path);
     if (!fs::exists(status) || fs::is_regular_file(status))
         return std::make_unique<NewFile>(path, sampleRate_hz, format);
     const int descriptor = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
@@ -404,5 +484,9 @@ void WavWriter::write(std::span<const float> samples) {
 }
 
 void WavWriter::finish() { m_target->sink->finish(); }
+
+void removeTemporaryFile() noexcept {
+    if (const char* const name = theTemporary) ::unlink(name);
+}
 
 } // namespace sorvel

@@ -51,6 +51,8 @@ public:
 
     int sampleRate_hz() const noexcept;
     int channels() const noexcept;
+    /// What is read from, for those who have to end a wait for it.
+    int descriptor() const noexcept;
     /// What the header promises; less may come. Empty where only the end of a pipe will tell.
     std::optional<std::uint64_t> frames() const noexcept;
 
@@ -67,15 +69,18 @@ private:
 /// Writes one channel as WAV.
 ///
 /// A file appears under its name only once `finish` has been called: until then its samples are in
-/// a temporary file beside it, which goes away with the writer. What is no regular file (a device,
-/// a named pipe) is written to directly.
+/// a temporary file without a name, which goes away with the writer or the process. File systems
+/// that have no such files get a hidden one beside the destination. A file that is replaced hands on
+/// its mode; a link is followed, and stays. What is no regular file (a device, a named pipe) is
+/// written to directly.
 ///
 /// Thread: one at a time.
 class WavWriter {
 public:
     /// @param path    or "-": a stream to standard output
     /// @param frames  how many will be written. A stream has its header first and cannot be corrected later.
-    /// @throws AudioFileError  also when `frames` make more than the 4 GiB of a WAV file
+    /// @throws AudioFileError  also when `frames` make more than the 4 GiB of a WAV file, and for a
+    ///                         file that is read-only
     WavWriter(const std::string& path, int sampleRate_hz, StoredFormat format, std::uint64_t frames);
     ~WavWriter();
     WavWriter(WavWriter&&) noexcept;
@@ -93,5 +98,9 @@ private:
     struct Target;
     std::unique_ptr<Target> m_target;
 };
+
+/// Takes away the hidden temporary file of the writer in use, if it has one. For a handler of signals
+/// that end the process; to be called nowhere else.
+void removeTemporaryFile() noexcept;
 
 } // namespace sorvel

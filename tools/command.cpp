@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <system_error>
 #include <unistd.h>
@@ -16,10 +17,16 @@ namespace sorvel {
 
 namespace {
 
+/// Also U+0080 to U+009F, which drive terminals as well: in UTF-8 the byte C2 and one below A0.
 std::string printable(std::string_view text) {
     std::string shown(text);
-    for (char& c : shown)
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
+    for (std::size_t i = 0; i < shown.size(); ++i) {
+        const auto c = static_cast<unsigned char>(shown[i]);
+        const bool isHigh =
+            c == 0xC2 && i + 1 < shown.size() && static_cast<unsigned char>(shown[i + 1]) < 0xA0;
+        if (isHigh) shown.erase(i, 1);
+        if (isHigh || c < 0x20 || c == 0x7F) shown[i] = '?';
+    }
     return shown;
 }
 
@@ -50,6 +57,24 @@ CLI::Option* addFormat(CLI::App& app, StoredFormat& format, const std::vector<St
         ->check(CLI::IsMember(names))
         ->type_name("NAME")
         ->default_str(initial);
+}
+
+CLI::Validator seconds(double most) {
+    const std::string range = "0 to " + std::to_string(std::llround(most)) + " seconds";
+    return {[most, range](const std::string& given) {
+                double value = 0.0;
+                const bool isIn = CLI::detail::lexical_cast(given, value) && value >= 0.0 && value <= most;
+                return isIn ? std::string() : given + " is not within " + range;
+            },
+            range};
+}
+
+CLI::Validator given(const std::string& what) {
+    return {[what](const std::string& value) {
+                return value.empty() ? what + " is empty; leave the option out, or set the variable behind it"
+                                     : std::string();
+            },
+            ""};
 }
 
 void printLine(std::string_view line) {

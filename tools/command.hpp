@@ -12,6 +12,7 @@
 namespace CLI {
 class App;
 class Option;
+class Validator;
 } // namespace CLI
 
 namespace sorvel {
@@ -49,6 +50,11 @@ public:
 /// A --format option that takes the names of `formats`. What `help` says is followed by these names.
 CLI::Option* addFormat(CLI::App& app, StoredFormat& format, const std::vector<StoredFormat>& formats,
                        const std::string& help);
+
+/// A number of seconds, 0 to `most`: of what reads as a number, not the one that is none.
+CLI::Validator seconds(double most);
+/// A value that is not empty, which mostly is a shell's variable that was not set.
+CLI::Validator given(const std::string& what);
 
 /// Writes a line to standard output at once, so that it does not wait in a pipe for the next one.
 /// @throws OutputClosed when its reader is gone, std::runtime_error when it cannot be written

@@ -3,13 +3,16 @@
 #include "telemetry/EventHub.hpp"
 #include "tools/command.hpp"
 #include "tools/heard_line.hpp"
+#include "tools/interruption.hpp"
 #include "tools/listen_options.hpp"
 #include "tools/message.hpp"
 #include "tools/protocol_file.hpp"
 #include "tools/text_receiver.hpp"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <span>
@@ -32,6 +35,8 @@ constexpr const char* kFooter =
     "dropped, unless --all is given. With --json a line is an object: text, time (seconds from the start of "
     "the\n"
     "recording to the end of the text) and file.\n"
+    "--once ends with the first text, from a microphone also when that goes away.\n"
+    "SIGINT, SIGTERM and SIGHUP end listening; a second one does not wait for events that are being sent.\n"
     "Exit status: 0 something was heard, 1 nothing was, 2 wrong usage or a file that cannot be read.";
 
 constexpr int kHighestTone_hz = 19500;
@@ -53,11 +58,14 @@ public:
     explicit FileListening(const ListenOptions& options) : m_options(options) {}
 
     void listenTo(RecordingReceiver& receiver) {
+        const Interruption interruption;
         for (const std::string& file : m_options.files) {
+            if (isOver()) return;
             try {
                 listenTo(receiver, file);
             } catch (const AudioFileError& error) {
-                printError(error.what());
+                if (Interruption::hasCome()) return; // which then is why
+                warn(error.what());
                 m_hasFailed = true;
             } catch (const OutputClosed&) {
                 return;
@@ -65,8 +73,12 @@ public:
         }
     }
 
-    void hear(const Heard& heard) { say(m_options.json ? jsonLine(heard, m_file) : heard.text); }
+    void hear(const Heard& heard) {
+        if (isEnough()) return;
+        say(m_options.json ? jsonLine(heard, m_file) : heard.text);
+    }
     void hear(const HeardMessage& heard) {
+        if (isEnough()) return;
         if (!heard.bytes) {
             warn(m_file + ": a message that ended at " + std::to_string(static_cast<long>(heard.time_s)) +
                  " s could not be read");
@@ -79,6 +91,9 @@ public:
     ExitCode result() const { return m_hasFailed ? kFailed : m_wasHeard ? kDone : kNothingHeard; }
 
 private:
+    bool isEnough() const { return m_options.once && m_wasHeard; }
+    bool isOver() const { return isEnough() || Interruption::hasCome(); }
+
     /// @throws AudioFileError; what was heard before it has been printed
     void listenTo(RecordingReceiver& receiver, const std::string& file) {
         m_file = file;
@@ -87,20 +102,31 @@ private:
             warn(file + " has " + std::to_string(reader.sampleRate_hz()) +
                  " Hz: too few for tones up to 19.5 kHz; record at 44100 Hz or more");
 
+        // Only what cannot be searched makes wait for more of it.
+        const Interruption::Input input(reader.frames() ? -1 : reader.descriptor());
         // 100 ms, so that a live stream waits for no more than that.
         std::vector<float> block(static_cast<std::size_t>(reader.sampleRate_hz()) / 10);
+        const std::uint64_t most = framesToHear(reader.sampleRate_hz());
         Recording recording(receiver, reader.sampleRate_hz());
         std::uint64_t frames = 0;
-        while (const std::size_t n = reader.read(block)) {
+        while (!isOver() && frames < most) {
+            const std::size_t n =
+                reader.read(std::span(block).first(std::min<std::uint64_t>(block.size(), most - frames)));
+            if (n == 0) break;
             recording.take(std::span(block).first(n));
             frames += n;
             m_status.show([&] { return progress(reader, frames); });
         }
         recording.finish();
         m_status.clear();
-        if (frames == 0)
+        if (frames == 0 && most > 0 && !isOver())
             warn(file +
                  " holds no samples; a recorder that was cut short may have left them to be read as raw");
+    }
+
+    std::uint64_t framesToHear(int rate_hz) const {
+        if (!m_options.timeout_s) return std::numeric_limits<std::uint64_t>::max();
+        return static_cast<std::uint64_t>(*m_options.timeout_s * rate_hz);
     }
 
     void say(const std::string& line) {
@@ -127,9 +153,7 @@ private:
     bool m_hasFailed = false;
 };
 
-int listenToMessages(const ListenOptions& options) {
-    if (options.files.empty())
-        throw UsageError("--messages needs recordings or -; the microphone hears texts");
+ExitCode listenToMessages(const ListenOptions& options) {
     GGWave::setLogFile(nullptr); // its three progress lines a message
     if (!options.protocolFile.empty()) useProtocolFile(options.protocolFile);
     FileListening listening(options);
@@ -138,35 +162,48 @@ int listenToMessages(const ListenOptions& options) {
     return listening.result();
 }
 
-constexpr double kDrain_s = 5.0; // for events that are on their way at the end
+ExitCode listenToTexts(const ListenOptions& options, const Platform& platform) {
+    FileListening listening(options);
+    TextReceiver receiver(options.prefix, options.all ? Repeats::Report : Repeats::Drop, platform,
+                          [&listening](const Heard& heard) { listening.hear(heard); });
+    listening.listenTo(receiver);
+    return listening.result();
+}
 
-int listenToTexts(const ListenOptions& options) {
+/// What has no meaning beside other options is refused, as its user expects something of it.
+void check(const ListenOptions& options) {
+    const bool isLive = options.files.empty();
+    if (options.isRaw && options.raw.sampleRate_hz == 0) throw UsageError("--raw needs --rate");
+    if (options.isRaw && isLive) throw UsageError("--raw needs a file, or - for standard input");
+    if (options.messages && isLive)
+        throw UsageError("--messages needs recordings or -; the microphone hears texts");
+    if (options.messages && (options.all || !options.prefix.empty()))
+        throw UsageError("--prefix and --all are for texts; messages have neither a prefix nor repeats");
+    if (!options.messages && (options.hex || !options.protocolFile.empty()))
+        throw UsageError("--hex and --protocol-file go with --messages");
+    if (options.hex && options.json)
+        throw UsageError("with --json every message has its hex; leave out --hex");
+    if (isLive && options.all) throw UsageError("--all is for recordings; the microphone's clock is real");
+    if (!isLive && (!options.device.empty() || options.orDemo))
+        throw UsageError("--device and --or-demo are for the microphone; leave them out, or name no file");
     checkPrefix(options.prefix);
-    if (options.noTelemetry) EventHub::turnOff();
-    const Platform platform = defaultPlatform();
-    int result = kDone;
-    if (options.files.empty()) {
-        result = listenLive(options, platform);
-    } else {
-        FileListening listening(options);
-        TextReceiver receiver(options.prefix, options.all ? Repeats::Report : Repeats::Drop, platform,
-                              [&listening](const Heard& heard) { listening.hear(heard); });
-        listening.listenTo(receiver);
-        result = listening.result();
-    }
-    if (platform.http) platform.http->drain(kDrain_s);
-    return result;
 }
 
 int listen(const ListenOptions& options) {
-    if (options.isRaw && options.raw.sampleRate_hz == 0) throw UsageError("--raw needs --rate");
-    if (options.isRaw && options.files.empty())
-        throw UsageError("--raw needs a file, or - for standard input");
-    if (!options.messages && (options.hex || !options.protocolFile.empty()))
-        throw UsageError("--hex and --protocol-file go with --messages");
-    if (options.files.empty() && options.all)
-        throw UsageError("--all is for recordings; the microphone's clock is real");
-    return options.messages ? listenToMessages(options) : listenToTexts(options);
+    check(options);
+    if (options.messages) {
+        const ExitCode result = listenToMessages(options);
+        if (Interruption::hasCome()) throw Interrupted();
+        return result;
+    }
+    if (options.noTelemetry) EventHub::turnOff();
+    const Platform platform = defaultPlatform();
+    const bool isLive = options.files.empty();
+    const int result = isLive ? listenLive(options, platform) : listenToTexts(options, platform);
+    awaitEvents(platform.http.get());
+    // A recording that was not heard to its end is no success; of a microphone a signal is the usual end.
+    if (!isLive && Interruption::hasCome()) throw Interrupted();
+    return result;
 }
 
 } // namespace
@@ -179,7 +216,8 @@ Command addListen(CLI::App& sorvel) {
     app->add_option(
         "FILE", options->files,
         "recordings (WAV, FLAC, OGG, ...), or - for a WAV stream on standard input; none: the microphone");
-    app->add_option("--prefix", options->prefix, "only texts that begin so; without it, all");
+    app->add_option("--prefix", options->prefix, "only texts that begin so; without it, all")
+        ->check(given("the prefix"));
     app->add_flag("--json", options->json, "one JSON object per line");
     app->add_flag("--all", options->all, "report every delivery, repeats too");
     CLI::Option* const raw = app->add_flag("--raw", options->isRaw, "the input has no header: needs --rate");
@@ -200,11 +238,14 @@ Command addListen(CLI::App& sorvel) {
                   "of --messages: print bytes as hexadecimal digits, also where they are text");
     app->add_option("--protocol-file", options->protocolFile,
                     "of --messages: the sender's JSON file of protocols")
+        ->check(given("the name of the file"))
         ->type_name("FILE");
+    app->add_flag("--once", options->once, "end with the first text or message");
+    app->add_option("--timeout", options->timeout_s,
+                    "seconds to listen: to the microphone, or to each recording")
+        ->check(seconds(1e9));
     CLI::Option_group* const live = app->add_option_group("Microphone");
     live->add_option("--device", options->device, "input by its name or a part of it (see sorvel devices)");
-    live->add_option("--timeout", options->timeout_s, "seconds to listen")->check(CLI::Range(0.0, 1e9));
-    live->add_flag("--once", options->once, "end with the first text, or when the microphone goes away");
     live->add_flag("--or-demo", options->orDemo, "without a microphone, run the demonstration");
     app->add_flag("--no-telemetry", options->noTelemetry, "send no events, whatever the hosts");
     return {app, [options] { return listen(*options); }};

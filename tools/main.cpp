@@ -1,11 +1,13 @@
 #include "platform/audio_file.hpp"
 #include "platform/quiet_stderr.hpp"
 #include "tools/command.hpp"
+#include "tools/interruption.hpp"
 
 #include <CLI/CLI.hpp>
 #include <array>
 #include <csignal>
 #include <exception>
+#include <sstream>
 #include <string>
 
 namespace {
@@ -18,7 +20,14 @@ constexpr const char* kFooter = "Examples:\n"
 
 /// One line in place of the parser's two; help and version are no errors.
 int answer(const CLI::App& app, const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0) return app.exit(error);
+    if (error.get_exit_code() == 0) {
+        std::ostringstream text;
+        app.exit(error, text, text);
+        std::string lines = text.str();
+        while (lines.ends_with('\n')) lines.pop_back();
+        sorvel::printLine(lines);
+        return sorvel::kDone;
+    }
     const auto used = app.get_subcommands();
     const std::string name = used.empty() ? "sorvel" : "sorvel " + used.front()->get_name();
     sorvel::printError(std::string(error.what()) + " (see " + name + " --help)");
@@ -50,12 +59,15 @@ int main(int argc, char** argv) {
     const sorvel::HushedPortAudio hushed;
     // A closed pipe then is an error of the write that meets it, whoever started this process.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN); // likewise a limit on the size of files
     try {
         return run(argc, argv);
     } catch (const sorvel::OutputClosed&) {
         return sorvel::kDone;
+    } catch (const sorvel::Interrupted&) {
+        sorvel::endBySignal();
     } catch (const std::exception& error) {
         sorvel::printError(error.what());
-        return sorvel::kFailed;
     }
+    return sorvel::kFailed;
 }

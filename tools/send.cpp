@@ -1,6 +1,7 @@
 #include "platform/audio_file.hpp"
 #include "platform/rate_converter.hpp"
 #include "tools/command.hpp"
+#include "tools/interruption.hpp"
 #include "tools/message.hpp"
 #include "tools/protocol_file.hpp"
 #include "tools/transmission.hpp"
@@ -94,7 +95,7 @@ private:
 std::string contentOf(const std::string& file) {
     std::ifstream stream(file, std::ios::binary);
     std::string bytes;
-    // One byte more than a message has is enough to see that it is too long.
+    // One byte more than a message has is enough to see that it is too long, also in what has no end.
     bytes.resize(GGWave::kMaxLengthVariable + 1);
     stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     if (!stream.is_open() || stream.bad()) throw UsageError(file + " cannot be read");
@@ -119,6 +120,7 @@ std::vector<float> soundOf(const SendOptions& options) {
 
 int send(const SendOptions& options) {
     const std::vector<float> waveform = soundOf(options);
+    cleanUpBeforeSignals(removeTemporaryFile);
 
     const std::uint64_t lead = samplesIn(kLead_s), gap = samplesIn(options.gap_s), tail = samplesIn(kTail_s);
     Recorder recorder(options, lead + options.repeat * waveform.size() + (options.repeat - 1) * gap + tail);
@@ -142,11 +144,14 @@ Command addSend(CLI::App& sorvel) {
     CLI::Option_group* const what = app->add_option_group("What to send, one of these");
     what->add_option("TEXT", options->text, "1 to 15 of: digits, a to z (lower case), underscore, space");
     what->add_option("--message", options->message, "1 to 140 bytes of any kind, for 'listen --messages'");
-    what->add_option("--file", options->messageFile, "the same from a file")->type_name("FILE");
+    what->add_option("--file", options->messageFile, "the same from a file")
+        ->check(given("the name of the file"))
+        ->type_name("FILE");
     what->require_option(1);
     app->add_option(
            "--protocol-file", options->protocolFile,
            "JSON array of protocols for messages: id, name, freqStart, framesPerTx, bytesPerTx, extra")
+        ->check(given("the name of the file"))
         ->type_name("FILE");
     app->add_option("--protocol", options->protocol,
                     "id of the one to use (the file's first; without a file 12)");
@@ -164,7 +169,7 @@ Command addSend(CLI::App& sorvel) {
         ->check(CLI::Range(1, 100000))
         ->capture_default_str();
     app->add_option("--gap", options->gap_s, "seconds of silence between them, 0 to 3600")
-        ->check(CLI::Range(0.0, 3600.0))
+        ->check(seconds(3600))
         ->capture_default_str();
     return {app, [options] { return send(*options); }};
 }

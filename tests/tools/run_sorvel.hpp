@@ -26,11 +26,12 @@ protected:
     }
     ~Sorvel() override { fs::remove_all(m_folder); }
 
-    /// Runs a shell command in the test's own folder, in which "sorvel" is the program.
+    /// Runs a shell command in the test's own folder, in which "sorvel" is the program,
+    /// and "$SORVEL" its file.
     Outcome shell(const std::string& command) const {
         const std::string line = "cd '" + m_folder +
-                                 "' && export XDG_CONFIG_HOME=\"$PWD/.config\" && sorvel() { '" SORVEL_PROGRAM
-                                 "' \"$@\"; } && { " +
+                                 "' && export XDG_CONFIG_HOME=\"$PWD/.config\" SORVEL='" SORVEL_PROGRAM
+                                 "' && sorvel() { \"$SORVEL\" \"$@\"; } && { " +
                                  command + "\n} >.out 2>.err </dev/null";
         const int status = std::system(("exec bash -c '" + quoted(line) + "'").c_str());
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, content(".out"), content(".err")};
@@ -47,10 +48,13 @@ protected:
         text << std::ifstream(m_folder + "/" + name, std::ios::binary).rdbuf();
         return text.str();
     }
-    std::vector<std::string> visibleFiles() const {
+    /// All, hidden ones too, but for what `shell` itself makes.
+    std::vector<std::string> files() const {
         std::vector<std::string> names;
-        for (const auto& entry : fs::directory_iterator(m_folder))
-            if (const std::string name = entry.path().filename(); name.front() != '.') names.push_back(name);
+        for (const auto& entry : fs::directory_iterator(m_folder)) {
+            const std::string name = entry.path().filename();
+            if (name != ".out" && name != ".err" && name != ".config") names.push_back(name);
+        }
         return names;
     }
     const std::string& folder() const { return m_folder; }

@@ -173,9 +173,81 @@ TEST_F(Sorvel, ReplacesAFileAtOnceAndOnlyWhenItIsWhole) {
     // The limit is met in the middle of the samples, as a full disk would be.
     EXPECT_NE(shell("(trap '' XFSZ; ulimit -f 100; sorvel send third -o a.wav)").status, 0);
     EXPECT_EQ(shell("sorvel listen a.wav").out, "second\n");
-    EXPECT_THAT(visibleFiles(), testing::UnorderedElementsAre("a.wav", "link.wav"));
+    EXPECT_THAT(files(), testing::UnorderedElementsAre("a.wav", "link.wav"));
     // What is no file is written to, not replaced.
     EXPECT_EQ(shell("mkfifo pipe && { sorvel send fourth -o pipe & sorvel listen pipe; }").out, "fourth\n");
+}
+
+TEST_F(Sorvel, OverwritesLikeAShellWould) {
+    const auto mode = [&](const std::string& file) {
+        return static_cast<unsigned>(fs::status(folder() + "/" + file).permissions());
+    };
+    ASSERT_EQ(shell("sorvel send first -o a.wav && chmod 640 a.wav && sorvel send second -o a.wav").status,
+              0);
+    EXPECT_EQ(mode("a.wav"), 0640U);
+    const Outcome refused = shell("chmod 440 a.wav && sorvel send third -o a.wav");
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_THAT(refused.err, HasSubstr("read-only"));
+    EXPECT_EQ(shell("sorvel listen a.wav").out, "second\n");
+
+    ASSERT_EQ(shell("mkdir d && ln -s ../b.wav d/link.wav && sorvel send third -o d/link.wav").status, 0);
+    EXPECT_TRUE(fs::is_symlink(folder() + "/d/link.wav"));
+    EXPECT_EQ(shell("sorvel listen b.wav").out, "third\n");
+    EXPECT_THAT(shell("ln -s round.wav round.wav; sorvel send x -o round.wav").err, HasSubstr("links"));
+    EXPECT_THAT(files(), testing::UnorderedElementsAre("a.wav", "b.wav", "d", "round.wav"));
+
+    // What a process of the same number left behind is in nobody's way.
+    EXPECT_EQ(
+        shell("(for i in {0..99}; do : >.sorvel-$BASHPID-$i.tmp; done; exec \"$SORVEL\" send x -o c.wav)")
+            .status,
+        0);
+}
+
+TEST_F(Sorvel, LeavesNoTemporaryFileHoweverItEnds) {
+    for (const auto& [signal, status] : {
+             std::pair{"TERM", "143"},
+             std::pair{"HUP",  "129"},
+             std::pair{"INT",  "130"},
+             std::pair{"QUIT", "131"},
+             std::pair{"KILL", "137"}
+    }) {
+        const Outcome outcome =
+            shell("(ulimit -c 0; exec env --default-signal=INT,QUIT \"$SORVEL\" send x --repeat 9999 -o "
+                  "a.wav) & p=$!\n"
+                  "until ls -l /proc/$p/fd | grep -q 'deleted\\|tmp$'; do sleep 0.01; done\n" // it writes
+                  "kill -" +
+                  std::string(signal) + " $p; wait $p; echo $?");
+        EXPECT_EQ(outcome.out, status + std::string("\n")) << outcome.err;
+        EXPECT_THAT(files(), testing::IsEmpty()) << signal;
+    }
+    const Outcome limited =
+        shell("ulimit -f 100; sorvel send x -o a.wav"); // as a full disk, but with a signal
+    EXPECT_EQ(limited.status, 2);
+    EXPECT_THAT(limited.err, HasSubstr("cannot write a.wav"));
+    EXPECT_THAT(files(), testing::IsEmpty());
+}
+
+TEST_F(Sorvel, EndsWithTheFirstTextOrAfterSomeSecondsOfEachRecording) {
+    ASSERT_EQ(shell("sorvel send a --repeat 3 --gap 2 -o a.wav && sorvel send b -o b.wav").status, 0);
+    ASSERT_EQ(shell("sorvel send --message m --repeat 2 -o m.wav").status, 0);
+    EXPECT_EQ(shell("sorvel listen --once a.wav b.wav").out, "a\n");
+    EXPECT_EQ(shell("sorvel listen --once --all - <a.wav").out, "a\n");
+    EXPECT_EQ(shell("sorvel listen --once --messages m.wav m.wav").out, "m\n");
+    EXPECT_EQ(shell("sorvel listen --timeout 4 a.wav b.wav").out, "a\nb\n");
+    EXPECT_EQ(shell("sorvel listen --timeout 9 - <a.wav").out, "a\na\n");
+    const Outcome nothing = shell("sorvel listen --timeout 0 a.wav");
+    EXPECT_EQ(nothing.status, 1);
+    EXPECT_EQ(nothing.out + nothing.err, "");
+}
+
+TEST_F(Sorvel, ASignalEndsAStreamThatStandsStillAndKeepsWhatWasHeard) {
+    ASSERT_EQ(shell("sorvel send acme -o a.wav && sox -R -V1 a.wav b.raw pad 0 5 && mkfifo p").status, 0);
+    const Outcome outcome =
+        shell("exec 9<>p; (trap '' INT; exec \"$SORVEL\" listen p --raw --rate 48000) & s=$!\n"
+              "cat b.raw >&9\n" // all but what the pipe holds has been read
+              "kill -INT $s; sleep 0.1; kill -TERM $s; wait $s; echo $?");
+    EXPECT_EQ(outcome.out, "acme\n143\n");
+    EXPECT_EQ(outcome.err, "");
 }
 
 struct Mistake {
@@ -188,13 +260,13 @@ class Mistakes : public Sorvel, public testing::WithParamInterface<Mistake> {};
 TEST_P(Mistakes, AreOneLineAndLeaveNoFile) {
     write("empty", "");
     write("text.wav", "no sound at all, but forty-four bytes and more of text");
-    const auto before = visibleFiles();
+    const auto before = files();
     const Outcome outcome = shell(std::string("sorvel ") + GetParam().arguments);
     EXPECT_EQ(outcome.status, 2);
     EXPECT_EQ(outcome.out, "");
     EXPECT_THAT(outcome.err, AllOf(testing::StartsWith("sorvel: "), HasSubstr(GetParam().hint)));
     EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
-    EXPECT_THAT(visibleFiles(), testing::UnorderedElementsAreArray(before));
+    EXPECT_THAT(files(), testing::UnorderedElementsAreArray(before));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -212,6 +284,15 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"send acme -o x.wav --format mp3", "--format"},
         Mistake{"send acme -o x.wav --volume 101", "--volume"},
         Mistake{"send acme -o x.wav --gap -1", "--gap"},
+        Mistake{"send acme -o x.wav --repeat 2 --gap nan", "--gap"},
+        Mistake{"send acme -o x.wav --repeat 2 --gap inf", "--gap"},
+        Mistake{"listen --timeout nan", "--timeout"}, Mistake{"listen empty --timeout 1e999", "--timeout"},
+        Mistake{"listen empty --timeout -1", "--timeout"},
+        Mistake{"listen empty --prefix ''", "prefix is empty"},
+        Mistake{"listen empty --prefix acme_12345678901", "16 characters"},
+        Mistake{"listen empty --device hw", "--device"}, Mistake{"listen empty --or-demo", "--or-demo"},
+        Mistake{"--version >/dev/full", "standard output"},
+        Mistake{"listen --help >/dev/full", "standard output"},
         Mistake{"send acme -o x.wav --repeat 99999 --gap 3600", "4 GiB"},
         Mistake{"send acme -o x.wav --loud", "--loud"}, Mistake{"send acme -o none/x.wav", "none/x.wav"},
         Mistake{"send acme -o .", "folder"}, Mistake{"send acme -o /dev/full", "/dev/full"},
@@ -222,7 +303,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"listen empty --raw", "--rate"}, Mistake{"listen empty --rate 96000", "--raw"},
         Mistake{"listen empty --raw --rate 7", "7"},
         Mistake{"listen empty --raw --rate 48000 --channels 65", "65"},
-        Mistake{"listen empty --prefix a-b", "a-b"}, Mistake{"listen $'two\\nlines'", "two?lines"},
+        Mistake{"listen empty --prefix a-b", "a-b"}, Mistake{"listen $'two\\nlines\\u009b'", "two?lines?:"},
         Mistake{"demo -o -", "file"}, Mistake{"demo --seed many", "many"}),
     [](const auto& mistake) { return "Number" + std::to_string(mistake.index); });
 
