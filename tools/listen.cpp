@@ -84,7 +84,7 @@ public:
                  " s could not be read");
             return;
         }
-        const bool asText = !m_options.hex && isPrintable(*heard.bytes);
+        const bool asText = !m_options.hex && isOneLine(*heard.bytes);
         say(m_options.json ? jsonLine(heard, m_file) : asText ? *heard.bytes : inHex(*heard.bytes));
     }
 

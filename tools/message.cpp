@@ -54,6 +54,12 @@ bool isPrintable(const std::string& bytes) {
     return !hasControls && !hasHighControls && isUtf8(bytes);
 }
 
+bool isOneLine(const std::string& bytes) {
+    // U+2028 and U+2029 end lines too.
+    return isPrintable(bytes) && bytes.find_first_of("\t\n\r") == std::string::npos &&
+           bytes.find("\xE2\x80\xA8") == std::string::npos && bytes.find("\xE2\x80\xA9") == std::string::npos;
+}
+
 std::string inHex(const std::string& bytes) {
     std::string hex;
     for (const char byte : bytes) {

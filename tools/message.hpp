@@ -24,6 +24,8 @@ std::vector<float> messageTransmission(const std::string& bytes, ggwave_Protocol
 /// Whether `bytes` can stand on a terminal as they are: UTF-8 without control characters, tabs and
 /// line ends aside.
 bool isPrintable(const std::string& bytes);
+/// Whether `bytes` can moreover stand among lines of others without being taken for several.
+bool isOneLine(const std::string& bytes);
 /// Two lower-case digits a byte.
 std::string inHex(const std::string& bytes);
 

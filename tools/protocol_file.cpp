@@ -50,12 +50,22 @@ private:
     std::string m_where;
 };
 
+/// At most what 22 rows could need with long names, so that a device without an end ends too.
+std::string contentOf(const std::string& file) {
+    constexpr std::size_t kMost_bytes = 65536;
+    std::ifstream stream(file, std::ios::binary);
+    std::string content(kMost_bytes, '\0');
+    stream.read(content.data(), static_cast<std::streamsize>(content.size()));
+    if (!stream.is_open() || stream.bad())
+        throw UsageError(file + " cannot be read; give a JSON file with protocols");
+    content.resize(static_cast<std::size_t>(stream.gcount()));
+    return content;
+}
+
 } // namespace
 
 int useProtocolFile(const std::string& file) {
-    std::ifstream stream(file);
-    if (!stream) throw UsageError(file + " cannot be read; give a JSON file with protocols");
-    const json rows = json::parse(stream, nullptr, /*allow_exceptions=*/false);
+    const json rows = json::parse(contentOf(file), nullptr, /*allow_exceptions=*/false);
     if (!rows.is_array() || rows.empty())
         throw UsageError(file + " is no JSON array of protocols; see 'sorvel send --help' for its form");
 

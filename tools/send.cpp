@@ -100,6 +100,9 @@ std::string contentOf(const std::string& file) {
     stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     if (!stream.is_open() || stream.bad()) throw UsageError(file + " cannot be read");
     bytes.resize(static_cast<std::size_t>(stream.gcount()));
+    if (bytes.size() > GGWave::kMaxLengthVariable)
+        throw UsageError("a message has 1 to " + std::to_string(GGWave::kMaxLengthVariable) + " bytes, " +
+                         file + " has more");
     return bytes;
 }
 
