@@ -78,6 +78,9 @@ private:
     template <typename MakeEvent>
     void sendEvent(MakeEvent&& makeEvent) noexcept;
     void print(std::string_view line);
+    double gateTime() const noexcept {
+        return (m_platform.gateClock ? m_platform.gateClock : m_platform.clock)->now();
+    }
 
     const Platform m_platform;
     const std::shared_ptr<CallBackSlot> m_mainCallBack = std::make_shared<CallBackSlot>();
@@ -95,7 +98,7 @@ private:
 // --- the application's thread
 
 SorvelUBM::Listener::Listener(const std::string& prefix, const Platform& platform)
-    : m_platform(checked(platform)), m_timeout(platform.clock->now()),
+    : m_platform(checked(platform)), m_timeout(gateTime()),
       m_wrapper(platform.makeDecoder ? platform.makeDecoder() : sorvel::makeModemDecoder()),
       m_uuid(platform.uuids->make()) {
     sendEvent([&] { return Event::success(m_uuid, !prefix.empty(), prefix, m_platform); });
@@ -176,9 +179,9 @@ void SorvelUBM::Listener::hear(BlockDecoding& decoding, const sorvel::AudioBuffe
 
 void SorvelUBM::Listener::deliver(std::string_view text) {
     if (text == kDamaged) return;
-    if (!(m_platform.clock->now() - m_timeout > kGate_s)) return;
+    if (!(gateTime() - m_timeout > kGate_s)) return;
     sendEvent([&] { return Event::ubm(m_uuid, std::string(text), std::nullopt, m_platform); });
-    m_timeout = m_platform.clock->now();
+    m_timeout = gateTime();
     m_platform.mainQueue->async(
         [callBack = m_mainCallBack, ubm = std::string(text)] { callBack->call(ubm); });
 }

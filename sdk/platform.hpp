@@ -48,8 +48,8 @@ public:
                                 const std::string& prefix) = 0;
 };
 
-/// The parts, as a value: copies share them. None may be null but `http`, `progress` and
-/// `makeDecoder`.
+/// The parts, as a value: copies share them. None may be null but `http`, `progress`, `makeDecoder`
+/// and `gateClock`.
 struct Platform : Environment {
     std::shared_ptr<AudioSession> audioSession;
     /// Called once per listener, on the constructing thread.
@@ -60,6 +60,9 @@ struct Platform : Environment {
     std::shared_ptr<TaskQueue> mainQueue;                            ///< where callbacks run
     std::shared_ptr<ProgressLines> progress = standardOutputLines(); ///< null: silent
     std::function<std::unique_ptr<Decoder>()> makeDecoder;           ///< empty: the modem
+    /// The sound's own time, for the second within which texts are repeats, where that is not the
+    /// time of day: of recordings. Null: `clock`, which events carry in any case.
+    std::shared_ptr<Clock> gateClock;
 };
 
 /// The machine's own platform: default microphone, main queue `MainQueue::main()`, settings in the

@@ -33,19 +33,18 @@ private:
 
 std::unique_ptr<Decoder> decoderOfEveryText() { return std::make_unique<DecoderOfEveryText>(); }
 
-/// Wall-clock time at the recording's pace. Where repeats are wanted it runs a hundred times as
-/// fast, so that no text comes within a second of the one before.
+/// The recording's own time. Where repeats are wanted it runs a hundred times as fast, so that no
+/// text comes within a second of the one before.
 class TextReceiver::RecordedTime final : public Clock {
 public:
-    RecordedTime(const Clock& wall, Repeats repeats)
-        : m_start(wall.now()), m_pace(repeats == Repeats::Report ? 100.0 : 1.0) {}
-    double now() const noexcept override { return m_start + m_pace * m_seconds; }
+    explicit RecordedTime(Repeats repeats) : m_pace(repeats == Repeats::Report ? 100.0 : 1.0) {}
+    double now() const noexcept override { return m_pace * m_seconds; }
     void pass(std::size_t samples) {
         m_seconds += static_cast<double>(samples) / static_cast<double>(kRate_hz);
     }
 
 private:
-    double m_start, m_pace, m_seconds = 2.0; // beyond the second in which a new listener delivers nothing
+    double m_pace, m_seconds = 0.0;
 };
 
 /// The listener's main queue: this thread runs it after each block.
@@ -62,20 +61,19 @@ private:
 
 TextReceiver::TextReceiver(const std::string& prefix, Repeats repeats, const Platform& platform,
                            std::function<void(const Heard&)> deliver)
-    : RecordingReceiver(static_cast<double>(kRate_hz)),
-      m_clock(std::make_shared<RecordedTime>(*portableClock(), repeats)), m_texts(std::make_shared<Texts>()),
-      m_capture(static_cast<double>(kRate_hz), 1,
-                [&] {
-                    Platform own = platform;
-                    own.mainQueue = m_texts;
-                    own.clock = std::shared_ptr<Clock>(m_clock);
-                    own.progress = nullptr;
-                    if (prefix.empty()) {
-                        own.makeDecoder = decoderOfEveryText;
-                        own.http = nullptr;
-                    }
-                    return own;
-                }()),
+    : RecordingReceiver(static_cast<double>(kRate_hz)), m_clock(std::make_shared<RecordedTime>(repeats)),
+      m_texts(std::make_shared<Texts>()), m_capture(static_cast<double>(kRate_hz), 1,
+                                                    [&] {
+                                                        Platform own = platform;
+                                                        own.mainQueue = m_texts;
+                                                        own.gateClock = m_clock;
+                                                        own.progress = nullptr;
+                                                        if (prefix.empty()) {
+                                                            own.makeDecoder = decoderOfEveryText;
+                                                            own.http = nullptr;
+                                                        }
+                                                        return own;
+                                                    }()),
       m_listener(prefix.empty() ? kEveryPrefix : prefix, m_capture.platform()),
       m_deliver(std::move(deliver)) {
     m_listener.setCallBack([this](const std::string& text) {

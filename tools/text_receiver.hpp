@@ -1,5 +1,5 @@
-/// The path from a recording's samples to the texts in it: the listener itself, on the recording's
-/// own clock.
+/// The path from a recording's samples to the texts in it: the listener itself. What repeats a text
+/// is told by the recording's own time; events carry the time of day.
 #pragma once
 
 #include "sdk/PushCapture.hpp"
@@ -41,7 +41,7 @@ std::unique_ptr<Decoder> decoderOfEveryText();
 class TextReceiver final : public RecordingReceiver {
 public:
     /// @param prefix    compared without regard to ASCII case. Empty: every text, and no events
-    /// @param platform  sends the listener's events and converts; its sound, clock and queue are not used
+    /// @param platform  sends the listener's events and converts; its sound, queue and gate are not used
     /// @param deliver   called while a recording is taken and ended; what it throws passes through
     TextReceiver(const std::string& prefix, Repeats repeats, const Platform& platform,
                  std::function<void(const Heard&)> deliver);
