@@ -1,13 +1,16 @@
 #include "platform/device_facts.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <sys/utsname.h>
+#include <utility>
 
 namespace sorvel {
 
@@ -52,11 +55,25 @@ std::string zoneOfPath(std::string_view path) {
     return isZoneName(name) ? std::string(name) : std::string();
 }
 
+/// The zone of a file that a link may lead to, as /etc/localtime does.
+std::string zoneOfFile(fs::path file, const fs::path& root) {
+    constexpr int kMostLinks = 40;
+    std::error_code fault;
+    for (int links = 0; links < kMostLinks; ++links) {
+        if (std::string name = zoneOfPath(file.lexically_normal().string()); !name.empty()) return name;
+        const fs::path target = fs::read_symlink(root / file.relative_path(), fault);
+        if (fault) break;
+        file = file.parent_path() / target; // which may be absolute
+    }
+    // A link may also be among its folders.
+    return zoneOfPath(fs::canonical(root / file.relative_path(), fault).string());
+}
+
 /// TZ can also hold a file, or a rule such as "CET-1CEST", which has no name unless a zone file
 /// bears it.
 std::string zoneOfVariable(std::string_view value, const fs::path& root) {
     if (value.starts_with(':')) value.remove_prefix(1);
-    if (value.starts_with('/')) return zoneOfPath(value);
+    if (value.starts_with('/')) return zoneOfFile(value, root);
     if (!isZoneName(value)) return {};
     std::error_code fault;
     const bool isFile = fs::is_regular_file(root / "usr/share/zoneinfo" / value, fault);
@@ -69,8 +86,7 @@ std::string readZoneName(const fs::path& root) {
         const std::string name = zoneOfVariable(variable, root);
         return name.empty() ? "UTC" : name; // the C library does not look further either
     }
-    std::error_code fault;
-    std::string name = zoneOfPath(fs::read_symlink(root / "etc/localtime", fault).string());
+    std::string name = zoneOfFile("/etc/localtime", root);
     if (!name.empty()) return name;
     forEachLine(root / "etc/timezone", [&](std::string_view line) {
         if (isZoneName(line)) name = line;
@@ -114,18 +130,49 @@ std::string asciiMachine(const utsname& system) {
     return name;
 }
 
+/// What the C library's clock shows at a few moments. Zones differ in at least one: before standard
+/// time each town had its own.
+class ZoneRules {
+public:
+    ZoneRules() {
+        for (std::size_t at = 0; at < kMoments_s.size(); ++at) {
+            std::tm local = {};
+            if (::localtime_r(&kMoments_s[at], &local) != nullptr) m_offsets_s[at] = local.tm_gmtoff;
+        }
+    }
+    bool operator==(const ZoneRules&) const = default;
+
+private:
+    // 1850; Januaries and Julies of 1920, 1945, 1975 and 2025
+    static constexpr std::array<std::time_t, 9> kMoments_s{-3786825600, -1577923200, -1562198400,
+                                                           -788918400,  -773280000,  157766400,
+                                                           173404800,   1735689600,  1751328000};
+    std::array<long, kMoments_s.size()> m_offsets_s{};
+};
+
 class LinuxFacts final : public DeviceFacts {
 public:
-    explicit LinuxFacts(const fs::path& root) {
+    explicit LinuxFacts(fs::path root) : m_root(std::move(root)) {
         ::tzset(); // reads the zone's rules now rather than at the first event
         utsname system = {};
         ::uname(&system);
-        m_zone = readZoneName(root);
-        m_version = readOsVersion(root, system);
+        m_rules = ZoneRules();
+        m_zone = readZoneName(m_root);
+        m_version = readOsVersion(m_root, system);
         m_model = asciiMachine(system);
     }
 
-    std::string timeZoneName() override { return m_zone; }
+    /// Looks at the environment and at files only after the rules have changed, which the
+    /// application brings about.
+    std::string timeZoneName() override {
+        const ZoneRules now;
+        const std::lock_guard lock(m_mutex);
+        if (now != m_rules) {
+            m_zone = readZoneName(m_root);
+            m_rules = now;
+        }
+        return m_zone;
+    }
     std::string osVersion() override { return m_version; }
     std::string modelName() override { return m_model; }
 
@@ -139,6 +186,9 @@ public:
     }
 
 private:
+    const fs::path m_root;
+    std::mutex m_mutex; // of the next two
+    ZoneRules m_rules;
     std::string m_zone;
     std::string m_version;
     std::string m_model;

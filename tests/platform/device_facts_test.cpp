@@ -59,12 +59,51 @@ TEST_F(DeviceFactsTest, OnlyNamesOfZonesCount) {
     EXPECT_EQ(zoneWith(":Etc/GMT+5"), "Etc/GMT+5");
     EXPECT_EQ(zoneWith("/usr/share/zoneinfo/posix/Europe/Paris"), "Europe/Paris");
     for (const char* const none :
-         {"", ":", "CET-1CEST,M3.5.0,M10.5.0/3", "CET-1", "/etc/localtime", "../../x", "a b/c"})
+         {"", ":", "CET-1CEST,M3.5.0,M10.5.0/3", "CET-1", "/etc/localtime", "right/", "../../x", "a b/c"})
         EXPECT_EQ(zoneWith(none), "UTC") << none;
     ::unsetenv("TZ");
     m_root.write("etc/timezone", "\"; drop\nEurope/Paris\n");
     fs::create_symlink("/somewhere/else", m_root.path() / "etc/localtime");
     EXPECT_EQ(zone(), "UTC");
+}
+
+TEST_F(DeviceFactsTest, AZonesFileIsNamedThroughAnyLinks) {
+    const auto link = [&](const char* target, const char* name) {
+        fs::create_directories((m_root.path() / name).parent_path());
+        fs::create_symlink(target, m_root.path() / name);
+    };
+    m_root.write("usr/share/zoneinfo/Europe/Paris", "");
+    link("/usr/share/zoneinfo/Europe/Paris", "opt/absolute");
+    link("absolute", "opt/second");
+    link("../usr/share/zoneinfo/right/Europe/Paris", "etc/localtime");
+    link("../usr/share/zoneinfo", "opt/zones");
+    link("circle", "opt/circle");
+    for (const char* const path :
+         {"/opt/absolute", ":/opt/second", ":/etc/localtime", "/opt/zones/Europe/Paris",
+          "/usr/share/zoneinfo/right/Europe/Paris", ":/usr/share/zoneinfo/x/../Europe/Paris"})
+        EXPECT_EQ(zoneWith(path), "Europe/Paris") << path;
+    for (const char* const path : {"/opt/circle", "/opt/none", "/"}) EXPECT_EQ(zoneWith(path), "UTC") << path;
+    ::unsetenv("TZ");
+    fs::remove(m_root.path() / "etc/localtime");
+    link("/opt/second", "etc/localtime");
+    EXPECT_EQ(zone(), "Europe/Paris");
+}
+
+TEST_F(DeviceFactsTest, AZoneThatIsSetLaterChangesNameAndOffsetTogether) {
+    ::setenv("TZ", "Europe/Berlin", 1);
+    const auto facts = sorvel::makeDeviceFacts();
+    EXPECT_EQ(facts->timeZoneName(), "Europe/Berlin");
+    constexpr double kWinter_s = 1736500000.0;
+    for (const auto& [zone, offset_s] : {
+             std::pair{"America/New_York", -18000},
+             std::pair{"Europe/Paris",     3600  },
+             std::pair{"Europe/Berlin",    3600  }
+    }) {
+        ::setenv("TZ", zone, 1);
+        ::tzset();
+        EXPECT_EQ(facts->timeZoneName(), zone); // the last two differ in the past alone
+        EXPECT_EQ(facts->utcOffset_s(kWinter_s), offset_s);
+    }
 }
 
 TEST_F(DeviceFactsTest, OffsetsFollowTheZonesRules) {
