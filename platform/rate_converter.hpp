@@ -19,6 +19,8 @@
 /// nothing locks.
 #pragma once
 
+#include "sdk/audio.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -26,9 +28,6 @@
 #include <vector>
 
 namespace sorvel {
-
-inline constexpr double kLowestSampleRate_hz = 8000.0;
-inline constexpr double kHighestSampleRate_hz = 384000.0;
 
 /// What one step took and gave, in samples.
 struct Converted {
@@ -39,7 +38,8 @@ struct Converted {
 /// The library's filter for one channel; latency is the caller's business.
 class ResamplingFilter {
 public:
-    /// @throws std::invalid_argument, one line, for a rate outside the limits above; std::bad_alloc
+    /// @throws std::invalid_argument, one line, for a rate outside kLowestSampleRate_hz to
+    /// kHighestSampleRate_hz; std::bad_alloc
     ResamplingFilter(double from_hz, double to_hz);
     ~ResamplingFilter();
     ResamplingFilter(ResamplingFilter&&) noexcept;

@@ -8,13 +8,11 @@ using namespace sorvel;
 
 namespace {
 
-constexpr double kLowestRate = 1000.0;
-constexpr double kHighestRate = 384000.0;
 constexpr std::uint32_t kMostChannels = 64;
 
 Platform checked(double sampleRate, std::uint32_t channelCount, const Platform& platform) {
-    if (!(sampleRate >= kLowestRate && sampleRate <= kHighestRate))
-        throw MyError::runtimeError("captured sound needs a sample rate of 1000 to 384000 Hz");
+    if (!(sampleRate >= kLowestSampleRate_hz && sampleRate <= kHighestSampleRate_hz))
+        throw MyError::runtimeError("captured sound needs a sample rate of 8000 to 384000 Hz");
     if (channelCount < 1 || channelCount > kMostChannels)
         throw MyError::runtimeError("captured sound needs 1 to 64 channels");
     return platform;
@@ -29,6 +27,15 @@ public:
         return AudioResult::success();
     }
 };
+
+void copySamples(std::span<const float> from, std::span<float> to) noexcept {
+    std::copy(from.begin(), from.end(), to.begin());
+}
+
+void copySamples(std::span<const std::int16_t> from, std::span<float> to) noexcept {
+    constexpr float kStep = 1.0F / 32768.0F;
+    for (std::size_t i = 0; i < from.size(); ++i) to[i] = kStep * static_cast<float>(from[i]);
+}
 
 /// A lock that the pushing side only ever tries: whoever installs or removes a tap waits for it, a
 /// push does not.
@@ -55,7 +62,8 @@ public:
         : m_format{SampleType::Float32, sampleRate, channelCount, true}, m_lengths(sampleRate),
           m_block(m_format, m_lengths.longest()) {}
 
-    bool push(std::span<const float> interleaved) noexcept;
+    template <typename Sample>
+    bool push(std::span<const Sample> interleaved) noexcept;
 
     std::shared_ptr<AudioInputNode> inputNode() noexcept override {
         return {m_self.lock(), static_cast<AudioInputNode*>(this)};
@@ -101,7 +109,8 @@ private:
     std::uint64_t m_delivered_frames = 0;
 };
 
-bool PushCapture::Source::push(std::span<const float> interleaved) noexcept {
+template <typename Sample>
+bool PushCapture::Source::push(std::span<const Sample> interleaved) noexcept {
     const std::size_t channels = m_format.channelCount;
     if (interleaved.size() % channels != 0 || !m_isRunning || !m_turn.tryTake()) return false;
     const bool isTapped = static_cast<bool>(m_tap);
@@ -109,8 +118,7 @@ bool PushCapture::Source::push(std::span<const float> interleaved) noexcept {
         if (m_wanted == 0) m_wanted = m_lengths.next();
         const std::uint32_t filled = m_block.frameLength();
         const std::size_t frames = std::min<std::size_t>(interleaved.size() / channels, m_wanted - filled);
-        std::copy_n(interleaved.begin(), frames * channels,
-                    m_block.floatSamples(0).begin() + static_cast<std::ptrdiff_t>(filled * channels));
+        copySamples(interleaved.first(frames * channels), m_block.floatSamples(0).subspan(filled * channels));
         interleaved = interleaved.subspan(frames * channels);
         m_block.setFrameLength(filled + static_cast<std::uint32_t>(frames));
         if (m_block.frameLength() < m_wanted) break; // the buffer is used up
@@ -138,3 +146,6 @@ PushCapture::~PushCapture() {
 }
 
 bool PushCapture::push(std::span<const float> interleaved) noexcept { return m_source->push(interleaved); }
+bool PushCapture::push(std::span<const std::int16_t> interleaved) noexcept {
+    return m_source->push(interleaved);
+}

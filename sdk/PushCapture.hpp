@@ -23,7 +23,7 @@
 /// take away the band from 18.0 to 19.5 kHz.
 class PushCapture {
 public:
-    /// @param sampleRate    Hz, 1000 to 384000, as close to the true one as is known
+    /// @param sampleRate    Hz, 8000 to 384000, as close to the true one as is known
     /// @param channelCount  1 to 64; the converter mixes them down
     /// @throws MyError for another rate or count
     PushCapture(double sampleRate, std::uint32_t channelCount, const sorvel::Platform& platform);
@@ -43,6 +43,8 @@ public:
     /// Thread: one at a time. Neither allocates, locks nor waits beyond what decoding does, however
     /// long the buffer.
     bool push(std::span<const float> interleaved) noexcept;
+    /// The same for 16-bit samples, full scale 32768.
+    bool push(std::span<const std::int16_t> interleaved) noexcept;
 
 private:
     class Source;

@@ -29,6 +29,10 @@ struct AudioFormat {
     bool operator==(const AudioFormat&) const = default;
 };
 
+/// Rates of captured and recorded sound that can be converted.
+inline constexpr double kLowestSampleRate_hz = 8000.0;
+inline constexpr double kHighestSampleRate_hz = 384000.0;
+
 /// What the decoder takes: 16-bit mono at 96 kHz, in blocks of 100 ms.
 inline constexpr AudioFormat kTargetFormat{SampleType::Int16, 96000.0, 1, true};
 inline constexpr std::uint32_t kTargetBlockFrames = 9600;

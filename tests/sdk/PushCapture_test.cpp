@@ -2,7 +2,9 @@
 #include "sdk/SorvelUBM.hpp"
 #include "tests/support/fake_platform.hpp"
 
+#include <chrono>
 #include <cmath>
+#include <future>
 #include <gmock/gmock.h>
 #include <limits>
 #include <numeric>
@@ -56,6 +58,19 @@ TEST_F(PushCaptureTest, CutsBuffersOfAnyLengthIntoBlocksOf100MsWithoutLosingASam
     }
 }
 
+TEST_F(PushCaptureTest, TakesSixteenBitSamplesAtTheirLevelAmongFloats) {
+    PushCapture capture(48000.0, 2, m_fake.platform);
+    listenTo(capture);
+    const std::vector<std::int16_t> levels{0, 1, -1, 16384, 32767, -32768};
+    EXPECT_TRUE(capture.push(levels));
+    EXPECT_FALSE(capture.push(std::span(levels).first(3))); // half a frame
+    EXPECT_TRUE(capture.push(ramp(2 * 4797)));
+    ASSERT_THAT(m_lengths, testing::ElementsAre(4800));
+    EXPECT_THAT(std::span(m_samples).first(6),
+                testing::ElementsAre(0.0F, 1 / 32768.0F, -1 / 32768.0F, 0.5F, 32767 / 32768.0F, -1.0F));
+    EXPECT_EQ(m_samples[6], 1.0F);
+}
+
 TEST_F(PushCaptureTest, BlocksKeepPaceWithTimeWhere100MsIsNoWholeNumberOfFrames) {
     PushCapture capture(11025.0, 1, m_fake.platform);
     listenTo(capture);
@@ -75,8 +90,9 @@ TEST_F(PushCaptureTest, TakesNothingThatItCannotUse) {
     EXPECT_TRUE(capture.push(ramp(9600))); // what was begun before the pause is not continued
     EXPECT_EQ(m_samples, ramp(9600));
 
-    for (const double rate : {0.0, -1.0, 999.0, 384001.0, HUGE_VAL, std::nan("")})
+    for (const double rate : {0.0, -1.0, 7999.0, 384001.0, HUGE_VAL, std::nan("")})
         EXPECT_THROW(PushCapture(rate, 1, m_fake.platform), MyError);
+    for (const double rate : {8000.0, 384000.0}) EXPECT_NO_THROW(PushCapture(rate, 64, m_fake.platform));
     for (const std::uint32_t channels : {0U, 65U})
         EXPECT_THROW(PushCapture(48000.0, channels, m_fake.platform), MyError);
 }
@@ -97,6 +113,46 @@ TEST_F(PushCaptureTest, DrivesAListenerThatMayOutliveIt) {
     capture.reset();
     listener.stopListening();
     EXPECT_EQ(listener.status(), 0);
+}
+
+TEST_F(PushCaptureTest, LetsItsListenerGoWithItself) {
+    std::weak_ptr<int> alive;
+    auto capture = std::make_unique<PushCapture>(48000.0, 1, m_fake.platform);
+    {
+        SorvelUBM listener("acme", capture->platform());
+        const auto token = std::make_shared<int>(0);
+        alive = token;
+        listener.setCallBack([token](const std::string&) {});
+        listener.startListening(); // from now on it lives without a handle
+    }
+    EXPECT_FALSE(alive.expired());
+    capture.reset();
+    EXPECT_TRUE(alive.expired());
+}
+
+// The remover waits for the tap, and has to be told of its end.
+TEST_F(PushCaptureTest, ATapIsRemovedAsSoonAsItsBlockIsHeard) {
+    auto capture = std::make_shared<PushCapture>(48000.0, 1, m_fake.platform);
+    const auto engine = capture->platform().makeAudioEngine();
+    const auto entered = std::make_shared<std::promise<void>>(),
+               leave = std::make_shared<std::promise<void>>(),
+               removed = std::make_shared<std::promise<void>>();
+    engine->inputNode()->installTap(0, 4096, {}, [=](const sorvel::AudioBuffer&, double) {
+        entered->set_value();
+        leave->get_future().wait();
+    });
+    EXPECT_TRUE(engine->start().succeeded());
+    std::thread capturing([capture, sound = ramp(4800)] { capture->push(sound); });
+    entered->get_future().wait();
+    std::thread([engine, removed] {
+        engine->inputNode()->removeTap(0);
+        removed->set_value();
+    }).detach(); // a remover that nobody tells waits for ever
+    auto done = removed->get_future();
+    EXPECT_EQ(done.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+    leave->set_value();
+    capturing.join();
+    EXPECT_EQ(done.wait_for(std::chrono::seconds(20)), std::future_status::ready);
 }
 
 // For the thread sanitizer above all: one thread captures, one starts, stops and replaces the
