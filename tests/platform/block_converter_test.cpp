@@ -1,6 +1,7 @@
 #include "platform/block_converter.hpp"
 
 #include <cmath>
+#include <cstring>
 #include <deque>
 #include <gtest/gtest.h>
 #include <limits>
@@ -73,6 +74,35 @@ TEST_P(BlockConverterRates, EveryBlockIsFilledAndATonePassesUnbroken) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rates, BlockConverterRates, testing::Values(8000.0, 44100.0, 48000.0, 96000.0));
+
+// What the converter does not take, a buffer still has to hold.
+TEST(AudioBuffers, HoldEachChannelWhereItBelongs) {
+    for (const bool isInterleaved : {true, false}) {
+        AudioBuffer block({SampleType::Float32, 48000, 2, isInterleaved}, 3);
+        for (std::uint32_t channel = 0; channel < 2; ++channel)
+            for (std::size_t frame = 0; frame < 3; ++frame)
+                block.floatSamples(channel)[frame * block.stride()] =
+                    static_cast<float>(10 * channel + frame);
+        float memory[6];
+        ASSERT_EQ(block.bytes().size(), sizeof memory);
+        std::memcpy(memory, block.bytes().data(), sizeof memory);
+        EXPECT_EQ(std::vector(memory, memory + 6), isInterleaved ? (std::vector<float>{0, 10, 1, 11, 2, 12})
+                                                                 : (std::vector<float>{0, 1, 2, 10, 11, 12}));
+        EXPECT_TRUE(block.floatSamples(2).empty());
+        EXPECT_TRUE(block.int16Samples(0).empty());
+    }
+}
+
+TEST(BlockConverter, MixesAsManyAs64Channels) {
+    const AudioFormat from = captured(96000, 64); // equal rates: copied, behind 1 ms in hand
+    const auto converter = makeBlockConverter(from, kTargetFormat);
+    AudioBuffer block(from, 9600), output(kTargetFormat, 9600);
+    block.setFrameLength(9600);
+    for (std::size_t frame = 0; frame < 9600; ++frame) block.floatSamples(63)[64 * frame] = 0.5F;
+    Blocks input({&block});
+    ASSERT_EQ(converter->convert(output, input), ConverterStatus::HaveData);
+    EXPECT_EQ(output.int16Samples(0)[5000], 256);
+}
 
 TEST(BlockConverter, RefusesWhatItWasNotMadeFor) {
     const AudioFormat from = captured(48000, 1);

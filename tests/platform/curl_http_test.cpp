@@ -197,6 +197,28 @@ TEST_F(CurlHttpTest, RedirectsStayOnHttps) {
     EXPECT_FALSE(get(server.url("/round")));
 }
 
+// A server that would answer: one that fails anyway cannot tell.
+TEST_F(CurlHttpTest, NothingGoesOverPlainHttp) {
+    std::atomic<int> asked = 0;
+    httplib::Server plain;
+    plain.Get(".*", [&](const httplib::Request&, httplib::Response& response) {
+        ++asked;
+        response.body = "token";
+    });
+    const std::string there = "http://127.0.0.1:" + std::to_string(plain.bind_to_any_port("127.0.0.1")) + "/";
+    std::thread serving([&] { plain.listen_after_bind(); });
+    while (!plain.is_running()) std::this_thread::yield();
+    ASSERT_EQ(httplib::Client(there.substr(0, there.size() - 1)).Get("/")->body, "token");
+    HttpsServer server(m_certificate, [&](const httplib::Request&, httplib::Response& response) {
+        response.set_redirect(there);
+    });
+    EXPECT_FALSE(get(there));
+    EXPECT_FALSE(get(server.url()));
+    EXPECT_EQ(asked, 1);
+    plain.stop();
+    serving.join();
+}
+
 TEST_F(CurlHttpTest, TrustsOnlyTheAuthorityTheHostAndCurrentTls) {
     const auto isTrusted = [&](HttpsServer& server) { return get(server.url()).has_value(); };
     HttpsServer right(m_certificate);
@@ -282,6 +304,36 @@ TEST_F(CurlHttpTest, BeyondItsBoundsTheOldestGoesAndWhatHasBegunIsFinishedFirst)
     EXPECT_THAT(server.paths(), testing::ElementsAre("/first", "/then", "/7", "/8", "/9"));
     EXPECT_EQ(session.dropped(), 7U);
     EXPECT_EQ(completed, 4);
+}
+
+TEST_F(CurlHttpTest, WhatOverflowsOnItsWayToTheThreadLeavesRoomForAsMuchLater) {
+    SilentPort port;
+    const std::string refused = port.url();
+    port.close();
+    CurlHttpOptions wide = options();
+    wide.queued = 4000;
+    CurlHttpSession session(wide);
+    for (int round = 1; round <= 3; ++round) {
+        Gate gate;
+        std::promise<void> busy;
+        session.submit({"GET", refused, {}, ""}, [&](const Answer&) {
+            busy.set_value();
+            gate.pass();
+        });
+        busy.get_future().wait(); // its thread takes nothing meanwhile
+        for (int at = 0; at < 1024 + 100; ++at) session.submit({"GET", refused, {}, ""}, {});
+        EXPECT_EQ(session.dropped(), 100U * static_cast<unsigned>(round));
+        // Whoever waits is told: a wait that ends by its time alone ends too late here.
+        auto drained = std::make_shared<std::promise<bool>>();
+        auto isDone = drained->get_future();
+        std::thread waiting([&session, drained] { drained->set_value(session.drain(3600.0)); });
+        gate.open();
+        const bool wasTold = isDone.wait_for(seconds(40)) == std::future_status::ready;
+        EXPECT_TRUE(wasTold);
+        if (!wasTold) session.shutdown();
+        waiting.join();
+        if (!wasTold) return;
+    }
 }
 
 TEST_F(CurlHttpTest, AThousandEventsWithoutAServerLeaveMemoryThreadsAndDescriptorsAsTheyWere) {

@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <gmock/gmock.h>
+#include <set>
 #include <sys/stat.h>
 #include <thread>
 #include <vector>
@@ -35,6 +36,8 @@ TEST_F(FileStoreTest, KeepsTheIdForTheNextProcessInAFileOfTheUserAlone) {
     struct stat facts = {};
     ASSERT_EQ(::stat(file.c_str(), &facts), 0);
     EXPECT_EQ(facts.st_mode & 0777U, 0600U);
+    ASSERT_EQ(::stat(file.parent_path().c_str(), &facts), 0);
+    EXPECT_EQ(facts.st_mode & 0777U, 0700U);
     EXPECT_EQ(std::distance(fs::directory_iterator(file.parent_path()), {}), 1); // no temporary file stays
 }
 
@@ -74,6 +77,10 @@ TEST_F(FileStoreTest, WhereNothingCanBeStoredTheIdLastsForTheProcess) {
         store->setString("id", kId);
         EXPECT_EQ(store->string("id"), kId) << file;
     }
+    std::set<std::string> left; // no temporary file among them
+    for (const auto& entry : fs::recursive_directory_iterator(m_folder.path()))
+        left.insert(entry.path().lexically_relative(m_folder.path()));
+    EXPECT_THAT(left, testing::ElementsAre("dangling", "file", "folder", "folder/settings", "pipe"));
 }
 
 TEST_F(FileStoreTest, ThreadsAndStoresMayWriteAtOnce) {

@@ -151,6 +151,27 @@ TEST(LiveRateConverter, PutsSilenceWhereTooMuchIsAskedFor) {
     EXPECT_NEAR(static_cast<double>(silent), 100 * 20, 200); // what is missing, and the 1 ms in hand
 }
 
+// Too little is asked for: what is lost is the oldest, in whole milliseconds, and order stays.
+TEST(LiveRateConverter, LosesTheOldestMillisecondsWhereTooLittleIsAskedFor) {
+    LiveRateConverter converter(96000, 96000); // copies, so that a ramp tells each sample
+    Samples in(9600), out(9580), all;
+    float next = 1.0F;
+    for (int block = 0; block < 100; ++block) {
+        for (float& sample : in) sample = next++;
+        converter.convert(in, out);
+        all.insert(all.end(), out.begin(), out.end());
+        ASSERT_LT(next - 1.0F - out.back(), 3 * 96.0F) << block; // two in hand and one lost at most
+    }
+    ASSERT_THAT(std::span(all).first(96), testing::Each(0.0F));
+    int losses = 0;
+    for (std::size_t i = 97; i < all.size(); ++i) {
+        const float step = all[i] - all[i - 1];
+        losses += step == 97.0F ? 1 : 0;
+        ASSERT_TRUE(step == 1.0F || step == 97.0F) << step << " at " << i;
+    }
+    EXPECT_NEAR(losses, 100 * 20 / 96, 2);
+}
+
 TEST(Samples, BecomeMonoAnd16BitWithoutHarmFromAnyFloat) {
     const float nan = std::numeric_limits<float>::quiet_NaN(),
                 infinity = std::numeric_limits<float>::infinity();

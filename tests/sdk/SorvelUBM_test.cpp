@@ -88,10 +88,10 @@ TEST_F(SorvelUBMTest, InitialisesInOrderAndReportsThePrefixAsGiven) {
 }
 
 TEST_F(SorvelUBMTest, ComparesWithThePrefixInLowerCase) {
-    SorvelUBM made = listener("Acme\xC3\x89");
+    SorvelUBM made = listener("AZmeaz@[\xC3\x89"); // with the neighbours of the letters
     made.startListening();
     m_fake.engine->hear();
-    EXPECT_EQ(m_fake.decoder->prefix, "acme\xC3\x89"); // the two bytes of É are no ASCII letters
+    EXPECT_EQ(m_fake.decoder->prefix, "azmeaz@[\xC3\x89"); // the two bytes of É are no ASCII letters
 }
 
 TEST_F(SorvelUBMTest, RefusesAnEmptyPrefixAfterReportingIt) {
@@ -102,9 +102,78 @@ TEST_F(SorvelUBMTest, RefusesAnEmptyPrefixAfterReportingIt) {
     EXPECT_THAT(m_fake.session->calls, IsEmpty());
 }
 
-TEST_F(SorvelUBMTest, RefusesAPlatformWithoutAClockRatherThanFollowingANullPointer) {
-    m_fake.platform.clock = nullptr;
-    EXPECT_THROW(listener(), MyError);
+TEST_F(SorvelUBMTest, RefusesAPlatformThatLacksAPartRatherThanFollowingANullPointer) {
+    const sorvel::Platform whole = m_fake.platform;
+    const auto isRefusedWithout = [&](auto part) {
+        m_fake.platform = whole;
+        m_fake.platform.*part = nullptr;
+        EXPECT_THROW(listener(), MyError);
+    };
+    isRefusedWithout(&sorvel::Platform::clock);
+    isRefusedWithout(&sorvel::Platform::store);
+    isRefusedWithout(&sorvel::Platform::facts);
+    isRefusedWithout(&sorvel::Platform::uuids);
+    isRefusedWithout(&sorvel::Platform::audioSession);
+    isRefusedWithout(&sorvel::Platform::makeAudioEngine);
+    isRefusedWithout(&sorvel::Platform::makeConverter);
+    isRefusedWithout(&sorvel::Platform::mainQueue);
+    m_fake.platform = whole;
+    m_fake.platform.http = nullptr;
+    m_fake.platform.progress = nullptr;
+    SorvelUBM made = listening();
+    EXPECT_THAT(heard("acme_1"), ElementsAre("acme_1"));
+    made.stopListening();
+}
+
+TEST_F(SorvelUBMTest, ADecoderThatThrowsCostsItsBlockAlone) {
+    struct Throwing final : sorvel::Decoder {
+        int blocks = 0;
+        void InitSorvelWave() override {}
+        std::int32_t Decode(const void*, std::int32_t, void* payload, const std::string&) override {
+            if (++blocks == 1) throw std::runtime_error("no memory");
+            static_cast<char*>(payload)[0] = 'a';
+            return 1;
+        }
+    };
+    m_fake.platform.makeDecoder = [] { return std::make_unique<Throwing>(); };
+    SorvelUBM made = listening();
+    EXPECT_THAT(heard(""), IsEmpty());
+    EXPECT_THAT(heard(""), ElementsAre("a"));
+    made.stopListening();
+}
+
+TEST_F(SorvelUBMTest, ARestartConvertsFromTheRateThatTheInputHasByThen) {
+    std::vector<double> rates;
+    m_fake.platform.makeConverter = [&](const sorvel::AudioFormat& from, const auto&) {
+        rates.push_back(from.sampleRate);
+        return std::make_unique<fake::Converter>(m_fake.converter);
+    };
+    SorvelUBM made = listener();
+    for (const double rate : {48000.0, 44100.0}) {
+        m_fake.engine->format.sampleRate = rate;
+        made.startListening();
+        made.stopListening();
+    }
+    EXPECT_THAT(rates, ElementsAre(48000.0, 44100.0));
+}
+
+// The session holds what is to be done with a token, so that must not hold the session.
+TEST_F(SorvelUBMTest, ARequestUnderWayDoesNotKeepItsSession) {
+    struct Keeping final : sorvel::HttpSession {
+        std::vector<Completion> completions;
+        void submit(sorvel::HttpRequest, Completion completion) override {
+            completions.push_back(std::move(completion));
+        }
+        bool drain(double) override { return true; }
+    };
+    auto session = std::make_shared<Keeping>();
+    m_fake.platform.http = session;
+    listener();
+    EXPECT_EQ(session->completions.size(), 1U);
+    m_fake.platform.http = nullptr;
+    const std::weak_ptr<Keeping> alive = session;
+    session.reset();
+    EXPECT_TRUE(alive.expired());
 }
 
 TEST_F(SorvelUBMTest, AFailedSessionIsOneLineAndCanBeHadLater) {

@@ -72,12 +72,14 @@ TEST_F(EventHubTest, PostsTheDocumentWithTheTokenAsItIs) {
 }
 
 TEST_F(EventHubTest, TakesEveryUtf8BodyAsTheToken) {
-    for (const std::string body : {"", "oops", "\"quoted\"", " spaces ", "caf\xC3\xA9", "\xF4\x8F\xBF\xBF"}) {
+    for (const std::string body : {"", "oops", "\"quoted\"", " spaces ", "caf\xC3\xA9", "\xE0\xA0\x80",
+                                   "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF"}) {
         for (const int status : {200, 401, 500})
             EXPECT_EQ(tokenFor(sorvel::HttpResponse{status, body}), body);
     }
     for (const std::string body :
-         {"\xFF", "\xC3", "\xC0\x80", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xE2\x82z"})
+         {"\xFF", "\xC3", "\xC0\x80", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xE2\x82z", "\xE0\x80\x80",
+          "\xE0\x9F\xBF", "\xF0\x80\x80\x80", "\xF0\x8F\xBF\xBF"})
         EXPECT_EQ(tokenFor(sorvel::HttpResponse{200, body}), std::nullopt);
     EXPECT_EQ(tokenFor(std::nullopt), std::nullopt);
 }
@@ -109,6 +111,9 @@ TEST_F(EventHubTest, NothingIsMeantForTheReservedDomain) {
     ASSERT_TRUE(EventHub::setTokenHost("notinvalid"));
     EXPECT_EQ(tokenRequests(), 1U);
     EXPECT_TRUE(EventHub::isSending());
+    ASSERT_TRUE(EventHub::setEventHost("hub.invalid"));
+    EXPECT_EQ(postsOf(EventHub::messagesAddress()), 0U);
+    EXPECT_FALSE(EventHub::isSending());
 }
 
 TEST_F(EventHubTest, RefusesHostsThatAreNoneAndKeepsTheOneInUse) {
@@ -117,7 +122,9 @@ TEST_F(EventHubTest, RefusesHostsThatAreNoneAndKeepsTheOneInUse) {
         EXPECT_FALSE(EventHub::setEventHost(host)) << host;
         EXPECT_FALSE(EventHub::setTokenHost(host)) << host;
     }
+    EXPECT_FALSE(EventHub::setEventHost(std::string(254, 'a')));
     EXPECT_EQ(EventHub::messagesAddress(), "https://hub.test:8443/sorveldeveventhub/messages");
+    EXPECT_TRUE(EventHub::setEventHost(std::string(253, 'a') + ":1"));
 }
 
 TEST_F(EventHubTest, TurnedOffItSendsNothing) {

@@ -3,6 +3,7 @@
 
 #include "tests/tools/run_sorvel.hpp"
 
+#include <cstring>
 #include <nlohmann/json.hpp>
 
 namespace {
@@ -31,6 +32,18 @@ TEST_F(Sorvel, HearsWhatItSendsAtEveryRateAndFormatAsFileAndStream) {
             EXPECT_EQ(other.out, rate + "\n" + std::to_string(std::lround(3.664 * std::stod(rate))) + "\n");
             EXPECT_EQ(other.err, "");
         }
+    // The header of a stream counts every repeat, and an odd byte's padding not.
+    for (const auto& [options, samples] : {
+             std::pair{" ",                           380544U},
+             std::pair{" --format u8 --gap 1.00002 ", 380545U}
+    }) {
+        const Outcome sent = shell(std::string("sorvel send x --repeat 2 -o -") + options + "| cat");
+        const std::uint32_t width = options[1] == '-' ? 1 : 2;
+        ASSERT_EQ(sent.out.size(), 44 + width * samples + width * samples % 2);
+        std::uint32_t announced = 0;
+        std::memcpy(&announced, sent.out.data() + 40, sizeof announced);
+        EXPECT_EQ(announced, width * samples);
+    }
 }
 
 TEST_F(Sorvel, HearsARecordingMadeQuietAndNoisyByAnotherProgramInAnyFormat) {
@@ -45,6 +58,10 @@ TEST_F(Sorvel, HearsARecordingMadeQuietAndNoisyByAnotherProgramInAnyFormat) {
     for (const std::string file : {"r.wav", "r.flac", "r.ogg", "stereo.wav", "float.wav"})
         EXPECT_EQ(shell("sorvel listen --prefix acme " + file).out, "acme_1234\n") << file;
     EXPECT_EQ(shell("sox -V1 r.wav -t wav - | sorvel listen -").out, "acme_1234\n");
+    EXPECT_EQ(shell("sorvel listen float.wav r.wav a.wav").out,
+              "acme_1234\nacme_1234\nacme_1234\n");                     // three rates
+    ASSERT_EQ(shell("sorvel send abcdefghijklmno -o a.wav").status, 0); // a prefix may be the whole text
+    EXPECT_EQ(shell("sorvel listen a.wav --prefix abcdefghijklmno").out, "abcdefghijklmno\n");
 }
 
 TEST_F(Sorvel, HearsSamplesWithoutAHeader) {
@@ -76,6 +93,10 @@ TEST_F(Sorvel, ReportsTimeAndFileAsJsonAndDropsRepeatsWithinASecond) {
     EXPECT_NEAR(heard[0].at("time").get<double>(), 3.3, 0.2); // 0.1 s of silence and 3.264 s of sound
     EXPECT_NEAR(heard[1].at("time").get<double>() - heard[0].at("time").get<double>(), 5.264, 0.11);
     EXPECT_GT(objects(shell("sorvel listen *.wav --json --all").out).size(), 2U);
+    const auto again = objects(shell("cp *.wav b.wav; sorvel listen b.wav b.wav --json").out);
+    ASSERT_EQ(again.size(), 4U);
+    for (const std::size_t at : {0U, 1U, 2U, 3U}) // each file has its own time
+        EXPECT_EQ(again[at].at("time"), heard[at % 2].at("time"));
 }
 
 // One process has four modem instances, and nothing of one file may be heard in the next.
