@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cfloat>
 #include <cmath>
+#include <limits>
 #include <new>
 #include <speex/speex_resampler.h>
 #include <stdexcept>
@@ -155,25 +157,61 @@ void LiveRateConverter::keep(std::span<const float> in) noexcept {
     }
 }
 
-void mixToMono(std::span<const float> interleaved, std::size_t channels, std::span<float> mono) noexcept {
+namespace {
+
+/// Written with choices between values, which compilers make for several samples at once.
+float tamed(float sample) noexcept {
     constexpr float kLimit = 1e6F;
+    const float least = sample > -kLimit ? sample : -kLimit;
+    const float limited = least < kLimit ? least : kLimit;
+    return std::fabs(sample) <= std::numeric_limits<float>::max() ? limited : 0.0F; // nor not a number
+}
+
+/// With the count known when compiling, which matters for one and two channels.
+template <std::size_t kChannels>
+void mix(const float* interleaved, std::span<float> mono) noexcept {
+    constexpr float kShare = 1.0F / static_cast<float>(kChannels);
+    for (std::size_t frame = 0; frame < mono.size(); ++frame) {
+        float sum = 0.0F;
+        for (std::size_t channel = 0; channel < kChannels; ++channel)
+            sum += tamed(interleaved[frame * kChannels + channel]);
+        mono[frame] = sum * kShare;
+    }
+}
+
+/// In this file alone: what a shared library exports is called, not inlined.
+std::int16_t rounded(float sample) noexcept {
+    const float number = sample * 32768.0F;
+    const float least = number > -32768.0F ? number : -32768.0F;
+    const float limited = least < 32767.0F ? least : 32767.0F;
+    const float level = std::fabs(number) <= std::numeric_limits<float>::infinity() ? limited : 0.0F;
+    // A sum this large has no room for fractions, so it is the nearest whole number, even of two; where
+    // floats are summed as floats. A call of lrint takes longer than all else.
+    constexpr float kNoFractions = 12582912.0F; // 1.5 * 2^23
+    if constexpr (FLT_EVAL_METHOD == 0)
+        return static_cast<std::int16_t>(static_cast<int>(level + kNoFractions - kNoFractions));
+    return static_cast<std::int16_t>(std::lrint(level));
+}
+
+} // namespace
+
+void mixToMono(std::span<const float> interleaved, std::size_t channels, std::span<float> mono) noexcept {
+    const std::span<const float> all = interleaved.first(mono.size() * channels);
+    if (channels == 1) return mix<1>(all.data(), mono);
+    if (channels == 2) return mix<2>(all.data(), mono);
     const float share = 1.0F / static_cast<float>(channels);
     for (std::size_t frame = 0; frame < mono.size(); ++frame) {
         float sum = 0.0F;
-        for (const float sample : interleaved.subspan(frame * channels, channels))
-            if (std::isfinite(sample)) sum += std::clamp(sample, -kLimit, kLimit);
+        for (const float sample : all.subspan(frame * channels, channels)) sum += tamed(sample);
         mono[frame] = sum * share;
     }
 }
 
-std::int16_t toInt16(float sample) noexcept {
-    const float level = sample * 32768.0F;
-    if (!(level > -32768.0F)) return std::isnan(level) ? std::int16_t{0} : std::int16_t{-32768};
-    return static_cast<std::int16_t>(std::lrint(std::min(level, 32767.0F)));
-}
+std::int16_t toInt16(float sample) noexcept { return rounded(sample); }
 
 void toInt16(std::span<const float> samples, std::span<std::int16_t> out) noexcept {
-    std::transform(samples.begin(), samples.end(), out.begin(), [](float sample) { return toInt16(sample); });
+    const std::size_t n = std::min(samples.size(), out.size());
+    for (std::size_t i = 0; i < n; ++i) out[i] = rounded(samples[i]);
 }
 
 } // namespace sorvel

@@ -186,6 +186,22 @@ TEST(Samples, BecomeMonoAnd16BitWithoutHarmFromAnyFloat) {
     toInt16(samples, levels);
     EXPECT_THAT(levels, testing::ElementsAre(0, 1, -1, 2, 32767, 32767, 32767, 32767, 32767, -32768, -32768,
                                              -32768, 0, 0));
+    // As the library rounds, halves included, at every quarter of a step.
+    Samples quarters;
+    for (int quarter = -4 * 32770; quarter <= 4 * 32770; ++quarter)
+        quarters.push_back(0.25F * kStep * static_cast<float>(quarter));
+    levels.resize(quarters.size());
+    toInt16(quarters, levels);
+    for (std::size_t i = 0; i < quarters.size(); ++i)
+        ASSERT_EQ(levels[i], std::clamp(std::lrint(32768.0F * quarters[i]), -32768L, 32767L)) << quarters[i];
+    Samples three(3);
+    mixToMono(Samples{1, 2, 6, nan, 3, 0, infinity, -6e6F, 0}, 3, three);
+    EXPECT_THAT(three, testing::ElementsAre(3.0F, 1.0F, testing::FloatNear(-1e6F / 3, 0.1F)));
+    Samples one(1000, -2.0F), same(1000);
+    one[7] = nan, one[8] = -infinity, one[9] = 3e38F;
+    mixToMono(one, 1, same);
+    one[7] = 0.0F, one[8] = 0.0F, one[9] = 1e6F;
+    EXPECT_EQ(same, one);
 }
 
 } // namespace
