@@ -356,7 +356,7 @@ public:
         if (const int error = sf_close(m_sound.release()); error != SF_ERR_NO_ERROR)
             fail(sf_error_number(error));
         keepMode();
-        const AllSignalsBlocked blocked; // the name below is to be gone again before one ends the process
+        const AllSignalsBlocked blocked; // until the name below is gone again
         if (m_temporary.empty() && !giveName()) fail(systemReason(errno));
         if (::rename(m_temporary.c_str(), m_destination.c_str()) != 0) fail(systemReason(errno));
         theTemporary = nullptr;
@@ -398,7 +398,7 @@ private:
         m_temporary = name;
         return true;
     }
-    /// What is replaced hands on who may use it; its owner only where this process may give files away.
+    /// What is replaced hands on who may use it; its owner only where files may be given away.
     void keepMode() const {
         struct stat facts = {};
         if (::stat(m_destination.c_str(), &facts) != 0) return;

@@ -185,8 +185,8 @@ std::int16_t rounded(float sample) noexcept {
     const float least = number > -32768.0F ? number : -32768.0F;
     const float limited = least < 32767.0F ? least : 32767.0F;
     const float level = std::fabs(number) <= std::numeric_limits<float>::infinity() ? limited : 0.0F;
-    // A sum this large has no room for fractions, so it is the nearest whole number, even of two; where
-    // floats are summed as floats. A call of lrint takes longer than all else.
+    // A sum this large has no room for fractions, so it is the nearest whole number, even of two,
+    // where floats are summed as floats. A call of lrint takes longer than all else.
     constexpr float kNoFractions = 12582912.0F; // 1.5 * 2^23
     if constexpr (FLT_EVAL_METHOD == 0)
         return static_cast<std::int16_t>(static_cast<int>(level + kNoFractions - kNoFractions));

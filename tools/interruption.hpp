@@ -7,8 +7,9 @@
 
 namespace sorvel {
 
-/// While one lives, the first SIGINT, SIGTERM or SIGHUP is a request to end, which `signal()` tells;
-/// the second ends the process at once. What was ignored from the start, as under nohup, stays so.
+/// While one lives, the first SIGINT, SIGTERM or SIGHUP is a request to end, which `signal()` tells,
+/// and the second ends the process at once. What was ignored from the start, as under nohup, stays
+/// ignored.
 /// One at a time.
 class Interruption {
 public:
@@ -21,8 +22,8 @@ public:
     static int signal() noexcept;
     static bool hasCome() noexcept { return signal() != 0; }
 
-    /// While one lives, such a signal is also the end of what can be read from a descriptor, so that
-    /// nobody waits for more of it.
+    /// While one lives, such a signal also ends what can be read from a descriptor, so that nobody
+    /// waits for more of it.
     class Input {
     public:
         explicit Input(int descriptor);

@@ -201,7 +201,7 @@ int listen(const ListenOptions& options) {
     const bool isLive = options.files.empty();
     const int result = isLive ? listenLive(options, platform) : listenToTexts(options, platform);
     awaitEvents(platform.http.get());
-    // A recording that was not heard to its end is no success; of a microphone a signal is the usual end.
+    // A recording that was not heard to its end is no success; a microphone has no other end.
     if (!isLive && Interruption::hasCome()) throw Interrupted();
     return result;
 }

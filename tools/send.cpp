@@ -95,7 +95,7 @@ private:
 std::string contentOf(const std::string& file) {
     std::ifstream stream(file, std::ios::binary);
     std::string bytes;
-    // One byte more than a message has is enough to see that it is too long, also in what has no end.
+    // One byte more than a message has tells that it is too long, also in what has no end.
     bytes.resize(GGWave::kMaxLengthVariable + 1);
     stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     if (!stream.is_open() || stream.bad()) throw UsageError(file + " cannot be read");

@@ -23,7 +23,7 @@ TEST(TextReceiver, DropsRepeatsByTheRecordingsTimeAndReportsThemByTheClocks) {
         recording.take(std::vector<float>(10 * 96000));
         recording.finish();
     }
-    // One each second and a block, while the platform's clock stands still; each recording has its own time.
+    // One each second and a block, while the platform's clock stands still.
     ASSERT_GE(times_s.size(), 2 * 9U);
     EXPECT_LE(times_s.size(), 2 * 14U);
     EXPECT_NEAR(times_s[1] - times_s[0], 1.1, 0.11);
