@@ -167,7 +167,8 @@ TEST(LiveRateConverter, LosesTheOldestMillisecondsWhereTooLittleIsAskedFor) {
     for (std::size_t i = 97; i < all.size(); ++i) {
         const float step = all[i] - all[i - 1];
         losses += step == 97.0F ? 1 : 0;
-        ASSERT_TRUE(step == 1.0F || step == 97.0F) << step << " at " << i;
+        // Between blocks, as behind the oldest there is no gap.
+        ASSERT_TRUE(step == 1.0F || (step == 97.0F && i % out.size() == 0)) << step << " at " << i;
     }
     EXPECT_NEAR(losses, 100 * 20 / 96, 2);
 }
