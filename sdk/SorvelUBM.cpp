@@ -8,6 +8,7 @@
 #include <mutex>
 #include <string_view>
 
+using sorvel::AudioResult;
 using sorvel::AudioSession;
 using sorvel::BlockDecoding;
 using sorvel::Platform;
@@ -17,6 +18,7 @@ namespace {
 constexpr std::uint32_t kBus = 0;
 constexpr std::uint32_t kTapFrames = 4096;
 constexpr double kGate_s = 1.0;
+constexpr std::string_view kNoSession = "Sorvel couldn't establish audio session";
 constexpr std::string_view kDamaged = "ERROR"; // what the payload's text says when its check byte is wrong
 
 /// Only ASCII letters change, so every other byte of a UTF-8 text stays.
@@ -38,24 +40,30 @@ Platform checked(const Platform& platform) {
 /// The callback in force when a delivery's turn comes. An object of its own, so that a delivery
 /// waiting in the main queue does not keep the listener, and with it the queue, alive. The capture
 /// thread never looks into it.
+template <typename... Arguments>
 class CallBackSlot {
 public:
-    void set(SorvelUBM::CallBack callback) {
+    using CallBack = std::function<void(Arguments...)>;
+    void set(CallBack callback) {
         const std::lock_guard lock(m_mutex);
         std::swap(m_callBack, callback); // the former one ends outside the lock
     }
-    void call(const std::string& text) {
-        SorvelUBM::CallBack callback;
+    bool isSet() {
+        const std::lock_guard lock(m_mutex);
+        return static_cast<bool>(m_callBack);
+    }
+    void call(Arguments... arguments) {
+        CallBack callback;
         {
             const std::lock_guard lock(m_mutex);
             callback = m_callBack;
         }
-        if (callback) callback(text); // may replace itself
+        if (callback) callback(arguments...); // may replace itself
     }
 
 private:
     std::mutex m_mutex;
-    SorvelUBM::CallBack m_callBack;
+    CallBack m_callBack;
 };
 
 } // namespace
@@ -66,13 +74,21 @@ public:
     Listener(const std::string& prefix, const Platform& platform);
 
     void setCallBack(CallBack callback) { m_mainCallBack->set(std::move(callback)); }
+    void setStateCallBack(StateCallBack callback) { m_stateCallBack->set(std::move(callback)); }
     void startListening();
     void stopListening();
     std::int64_t status() const noexcept { return m_status; }
+    std::string reason() const {
+        const std::lock_guard lock(m_reasonMutex);
+        return m_reason;
+    }
     bool micTapped() const noexcept { return m_micTapped; }
 
 private:
-    bool establishSession();
+    AudioResult establishSession();
+    AudioResult openMicrophone();
+    void loseMicrophone(sorvel::EngineEnd end, const std::string& reason);
+    void enter(State state, const std::string& reason = {});
     void hear(BlockDecoding& decoding, const sorvel::AudioBuffer& block) noexcept;
     void deliver(std::string_view text);
     template <typename MakeEvent>
@@ -83,12 +99,17 @@ private:
     }
 
     const Platform m_platform;
-    const std::shared_ptr<CallBackSlot> m_mainCallBack = std::make_shared<CallBackSlot>();
+    using StateSlot = CallBackSlot<State, const std::string&>;
+    const std::shared_ptr<CallBackSlot<const std::string&>> m_mainCallBack =
+        std::make_shared<CallBackSlot<const std::string&>>();
+    const std::shared_ptr<StateSlot> m_stateCallBack = std::make_shared<StateSlot>();
     std::mutex m_controlMutex; // one start or stop at a time; not taken on the capture thread
     std::shared_ptr<sorvel::AudioEngine> m_audioEngine;
     std::shared_ptr<sorvel::AudioInputNode> m_mic;
     std::atomic<bool> m_micTapped = false;
     std::atomic<std::int64_t> m_status = 0;
+    mutable std::mutex m_reasonMutex; // not taken on the capture thread
+    std::string m_reason;
     double m_timeout; // time of the last delivery; the capture thread's alone once a tap is installed
     std::string m_prefix;
     std::shared_ptr<sorvel::Decoder> m_wrapper;
@@ -105,36 +126,43 @@ SorvelUBM::Listener::Listener(const std::string& prefix, const Platform& platfor
     if (prefix.empty())
         throw MyError::runtimeError("the prefix is empty: a listener needs the brand's prefix");
     m_prefix = lowerCased(prefix);
-    establishSession(); // a failure is printed; the object works as soon as a session can be had
+    (void)establishSession(); // a failure is printed; the object works as soon as a session can be had
     m_audioEngine = m_platform.makeAudioEngine();
     if (m_audioEngine) m_mic = m_audioEngine->inputNode();
     if (m_wrapper) m_wrapper->InitSorvelWave();
     print("Sorvel init");
 }
 
-bool SorvelUBM::Listener::establishSession() {
+AudioResult SorvelUBM::Listener::establishSession() {
     AudioSession& session = *m_platform.audioSession;
-    const bool isEstablished = session
-                                   .setCategory(AudioSession::Category::PlayAndRecord,
-                                                AudioSession::MixWithOthers | AudioSession::DefaultToSpeaker)
-                                   .succeeded() &&
-                               session.setActive(true).succeeded() &&
-                               session.setAllowHapticsAndSystemSoundsDuringRecording(true).succeeded();
-    if (!isEstablished) print("Sorvel couldn't establish audio session");
-    return isEstablished;
+    AudioResult result = session.setCategory(AudioSession::Category::PlayAndRecord,
+                                             AudioSession::MixWithOthers | AudioSession::DefaultToSpeaker);
+    if (result.succeeded()) result = session.setActive(true);
+    if (result.succeeded()) result = session.setAllowHapticsAndSystemSoundsDuringRecording(true);
+    if (!result.succeeded()) print(kNoSession);
+    return result;
 }
 
 void SorvelUBM::Listener::startListening() {
     const std::lock_guard lock(m_controlMutex);
     if (m_micTapped) return;
     print("Sorvel started listening for ubms");
-    if (!establishSession()) return;
-
+    if (const AudioResult session = establishSession(); !session.succeeded())
+        return enter(State::Failed, session.error());
+    const AudioResult opened = openMicrophone();
     // A platform without input or converter is treated as one without a session, rather than ending
     // the process.
-    const sorvel::AudioFormat hardware = m_mic ? m_mic->outputFormat(kBus) : sorvel::AudioFormat{};
-    auto converter = m_mic ? m_platform.makeConverter(hardware, sorvel::kTargetFormat) : nullptr;
-    if (!converter || !m_wrapper) return print("Sorvel couldn't establish audio session");
+    if (!m_micTapped) print(kNoSession);
+    enter(opened.succeeded() ? State::Listening : State::Failed, opened.error());
+    if (m_micTapped) sendEvent([&] { return Event::microphone(m_uuid, true, "", m_platform); });
+}
+
+/// Puts the tap on the input as it is now, and starts the engine.
+AudioResult SorvelUBM::Listener::openMicrophone() {
+    if (!m_mic || !m_wrapper) return AudioResult::failure("there is no microphone");
+    const sorvel::AudioFormat hardware = m_mic->outputFormat(kBus);
+    auto converter = m_platform.makeConverter(hardware, sorvel::kTargetFormat);
+    if (!converter) return AudioResult::failure("the microphone's rate or format cannot be converted");
 
     auto decoding =
         std::make_shared<BlockDecoding>(std::move(converter), m_wrapper, m_prefix, m_platform.progress);
@@ -143,8 +171,34 @@ void SorvelUBM::Listener::startListening() {
                           listener->hear(*decoding, block);
                       });
     m_micTapped = true;
-    if (!m_audioEngine->isRunning()) m_status = m_audioEngine->start().succeeded() ? 1 : -1;
-    sendEvent([&] { return Event::microphone(m_uuid, true, "", m_platform); });
+    m_audioEngine->setEndNotice([self = weak_from_this()](sorvel::EngineEnd end, const std::string& reason) {
+        if (const auto listener = self.lock())
+            listener->m_platform.mainQueue->async([self, end, reason] {
+                if (const auto alive = self.lock()) alive->loseMicrophone(end, reason);
+            });
+    });
+    if (m_audioEngine->isRunning()) return AudioResult::success();
+    AudioResult started = m_audioEngine->start();
+    m_status = started.succeeded() ? 1 : -1;
+    return started;
+}
+
+/// On the main queue: the input has ended by itself.
+void SorvelUBM::Listener::loseMicrophone(sorvel::EngineEnd end, const std::string& reason) {
+    const std::lock_guard lock(m_controlMutex);
+    if (!m_micTapped || m_audioEngine->isRunning()) return; // stopped or started since
+    if (end == sorvel::EngineEnd::InputLost) return enter(State::Lost, reason);
+    // The microphone stays on, so this is no event.
+    if (const AudioResult opened = openMicrophone(); !opened.succeeded()) enter(State::Lost, opened.error());
+}
+
+void SorvelUBM::Listener::enter(State state, const std::string& reason) {
+    if (state != State::Stopped) {
+        const std::lock_guard lock(m_reasonMutex);
+        m_reason = reason;
+    }
+    if (!m_stateCallBack->isSet()) return;
+    m_platform.mainQueue->async([slot = m_stateCallBack, state, reason] { slot->call(state, reason); });
 }
 
 void SorvelUBM::Listener::stopListening() {
@@ -160,6 +214,7 @@ void SorvelUBM::Listener::stopListening() {
     print("Sorvel stoped listening for ubms");
     m_mic->removeTap(kBus);
     m_micTapped = false;
+    enter(State::Stopped);
     sendEvent([&] { return Event::microphone(m_uuid, false, "", m_platform); });
 }
 
@@ -218,7 +273,11 @@ SorvelUBM::SorvelUBM(const std::string& prefix, const Platform& platform)
     : m_listener(std::make_shared<Listener>(prefix, platform)) {}
 
 void SorvelUBM::setCallBack(CallBack callback) { m_listener->setCallBack(std::move(callback)); }
+void SorvelUBM::setStateCallBack(StateCallBack callback) {
+    m_listener->setStateCallBack(std::move(callback));
+}
 void SorvelUBM::startListening() { m_listener->startListening(); }
 void SorvelUBM::stopListening() { m_listener->stopListening(); }
 std::int64_t SorvelUBM::status() const noexcept { return m_listener->status(); }
+std::string SorvelUBM::reason() const { return m_listener->reason(); }
 bool SorvelUBM::micTapped() const noexcept { return m_listener->micTapped(); }

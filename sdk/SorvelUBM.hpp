@@ -49,12 +49,23 @@ public:
     SorvelUBM& operator=(const SorvelUBM&) = default;
     ~SorvelUBM() = default;
 
+    /// Stopped: by `stopListening()`. Listening: the microphone is open. Failed: it could not be opened.
+    /// Lost: it has gone while listening; stop, and start again.
+    enum class State : std::uint8_t { Stopped, Listening, Failed, Lost };
+    /// Receives each state that is entered, on the platform's main queue, with the reason of a Failed
+    /// or Lost in one line. May start and stop the listener.
+    using StateCallBack = std::function<void(State state, const std::string& reason)>;
+
     /// Replaces the callback, also while listening; an empty one receives nothing.
     void setCallBack(CallBack callback);
+    /// The same for the one that is told how listening fares.
+    void setStateCallBack(StateCallBack callback);
 
     /// Opens the microphone; no effect if it is open. If the audio session cannot be had, one
     /// progress line says so and nothing is changed. If the engine does not start, `status()` is -1
     /// and `micTapped()` true: stop, and try again.
+    ///
+    /// When another microphone becomes the default one, listening goes on there.
     void startListening();
     /// Closes the microphone; no effect if it is closed. Once this returns, no more texts are
     /// heard; one heard before may still wait in the main queue.
@@ -64,6 +75,8 @@ public:
     /// -1 it did not start; 0 it was not running when it was to be stopped, or nothing has happened
     /// yet.
     std::int64_t status() const noexcept;
+    /// Why the last start failed, or why the microphone has gone since; empty: neither did.
+    std::string reason() const;
     /// Whether a tap is installed, that is, between start and stop.
     bool micTapped() const noexcept;
 

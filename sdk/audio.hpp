@@ -129,6 +129,12 @@ public:
     virtual void removeTap(std::uint32_t bus) noexcept = 0;
 };
 
+/// Why a source ended by itself. InputChanged: it was the default input, another one is that now, and
+/// a start goes on with it.
+enum class EngineEnd : std::uint8_t { InputLost, InputChanged };
+/// Receives it with one line about it.
+using EndNotice = std::function<void(EngineEnd end, const std::string& reason)>;
+
 /// One capture source. Made once per listener, started and stopped any number of times, from any
 /// thread but the capture thread.
 class AudioEngine {
@@ -140,6 +146,9 @@ public:
     virtual bool isRunning() const noexcept = 0;
     virtual AudioResult start() noexcept = 0;
     virtual void stop() noexcept = 0;
+    /// Has `notice`, in place of the former one, called when the source has ended by itself: on a
+    /// thread of which no call of this class waits. Sources that never do need not care.
+    virtual void setEndNotice(EndNotice) noexcept {}
 };
 
 enum class ConverterStatus : std::uint8_t { HaveData = 0, InputRanDry = 1, EndOfStream = 2, Error = 3 };

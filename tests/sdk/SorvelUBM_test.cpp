@@ -242,6 +242,81 @@ TEST_F(SorvelUBMTest, StatusTellsHowTheEngineFared) {
     EXPECT_EQ(made.status(), 1);
 }
 
+TEST_F(SorvelUBMTest, TellsOnTheMainQueueHowListeningFaresAndWhy) {
+    using State = SorvelUBM::State;
+    SorvelUBM made = listener();
+    std::vector<std::pair<State, std::string>> told;
+    const auto toldSince = [&] {
+        EXPECT_THAT(told, IsEmpty()); // not on the thread that it happens on
+        m_fake.queue->runAll();
+        return std::exchange(told, {});
+    };
+    made.setStateCallBack([&](State state, const std::string& reason) {
+        told.emplace_back(state, reason);
+        if (state == State::Lost) made.stopListening();
+    });
+    m_fake.session->failingStep = 2;
+    made.startListening();
+    EXPECT_THAT(toldSince(), ElementsAre(std::pair(State::Failed, "step 2 fails")));
+    m_fake.session->failingStep = 0;
+    m_fake.engine->failsToStart = true;
+    made.startListening();
+    EXPECT_EQ(made.reason(), "fails");
+    EXPECT_THAT(toldSince(), ElementsAre(std::pair(State::Failed, "fails")));
+    made.stopListening();
+    EXPECT_EQ(made.reason(), "fails"); // of the last start
+    EXPECT_THAT(toldSince(), ElementsAre(std::pair(State::Stopped, "")));
+    m_fake.engine->failsToStart = false;
+    made.startListening();
+    EXPECT_EQ(made.reason(), "");
+    EXPECT_THAT(toldSince(), ElementsAre(std::pair(State::Listening, "")));
+    m_fake.engine->end(sorvel::EngineEnd::InputLost, "it is unplugged");
+    EXPECT_THAT(toldSince(),
+                ElementsAre(std::pair(State::Lost, "it is unplugged"), std::pair(State::Stopped, "")));
+    EXPECT_EQ(made.reason(), "it is unplugged");
+    EXPECT_FALSE(made.micTapped());
+
+    made.startListening();
+    toldSince();
+    m_fake.engine->end(sorvel::EngineEnd::InputLost, "it is unplugged");
+    made.stopListening(); // before the queue's turn: nothing is lost any more
+    EXPECT_THAT(toldSince(), ElementsAre(std::pair(State::Stopped, "")));
+}
+
+TEST_F(SorvelUBMTest, TakesTheInputsRateAnewAtEachStartAndWhenTheDefaultInputChanges) {
+    std::vector<double> rates;
+    m_fake.platform.makeConverter = [&, make = m_fake.platform.makeConverter](const auto& from,
+                                                                              const auto& to) {
+        rates.push_back(from.sampleRate);
+        return make(from, to);
+    };
+    SorvelUBM made = listening();
+    made.stopListening();
+    m_fake.engine->format.sampleRate = 44100.0;
+    made.startListening();
+    EXPECT_THAT(std::exchange(rates, {}), ElementsAre(48000.0, 44100.0));
+    EXPECT_THAT(heard("acme_1"), ElementsAre("acme_1"));
+    events();
+    m_fake.lines->take();
+
+    m_fake.engine->format.sampleRate = 96000.0;
+    m_fake.engine->end(sorvel::EngineEnd::InputChanged, "another one is");
+    m_fake.queue->runAll();
+    EXPECT_THAT(rates, ElementsAre(96000.0));
+    EXPECT_TRUE(m_fake.engine->runs);
+    EXPECT_EQ(made.reason(), "");
+    m_fake.clock->advance(2.0);
+    EXPECT_THAT(heard("acme_2"), ElementsAre("acme_2"));
+    EXPECT_THAT(events(), ElementsAre("Decode Decoded")); // the microphone was on all the time
+    EXPECT_THAT(m_fake.lines->take(), IsEmpty());
+
+    m_fake.engine->failsToStart = true;
+    m_fake.engine->end(sorvel::EngineEnd::InputChanged, "another one is");
+    m_fake.queue->runAll();
+    EXPECT_EQ(made.reason(), "fails");
+    made.stopListening();
+}
+
 TEST_F(SorvelUBMTest, DeliversTheWholeTextOnTheMainQueueAndReportsIt) {
     SorvelUBM made = listening();
     m_fake.decoder->hears("acme_1234");

@@ -129,7 +129,9 @@ public:
 private:
     sorvel::AudioResult step(int number, std::string call) {
         calls.push_back(std::move(call));
-        return number == failingStep ? sorvel::AudioResult::failure("fails") : sorvel::AudioResult::success();
+        return number == failingStep
+                   ? sorvel::AudioResult::failure("step " + std::to_string(number) + " fails")
+                   : sorvel::AudioResult::success();
     }
 };
 
@@ -150,6 +152,12 @@ public:
         return sorvel::AudioResult::success();
     }
     void stop() noexcept override { runs = false; }
+    void setEndNotice(sorvel::EndNotice notice) noexcept override { m_notice = std::move(notice); }
+    /// As when a device goes away; on this thread.
+    void end(sorvel::EngineEnd how, const std::string& reason) {
+        runs = false;
+        if (m_notice) m_notice(how, reason);
+    }
     sorvel::AudioFormat outputFormat(std::uint32_t) noexcept override { return format; }
     void installTap(std::uint32_t, std::uint32_t frames, const sorvel::AudioFormat&,
                     sorvel::TapBlock block) noexcept override {
@@ -178,6 +186,7 @@ public:
 private:
     std::mutex m_mutex;
     sorvel::TapBlock m_tap;
+    sorvel::EndNotice m_notice;
 };
 
 /// Fills the output with a ramp that never meets zero, all of it or the part that is asked for.
