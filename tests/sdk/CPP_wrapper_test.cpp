@@ -67,4 +67,16 @@ TEST_F(Bridge, SharesTheInstanceMadeLastUntilNoneIsLeft) {
     EXPECT_EQ(log.take(), "Invalid GGWave instance -1\n");
 }
 
+TEST_F(Bridge, RefusesHalfASampleAndHearsOn) {
+    LogCapture log;
+    CPP_wrapper bridge;
+    bridge.InitSorvelWave();
+    log.take();
+    const Bytes sound = captured("acme_1234");
+    std::array<char, 256> text{};
+    EXPECT_LT(bridge.Decode(sound.data(), 19199, text.data(), "acme"), 1);
+    EXPECT_THAT(log.take(), testing::HasSubstr("not multiple of sample size"));
+    EXPECT_EQ(heard(bridge, sound, "acme"), "acme_1234");
+}
+
 } // namespace
