@@ -1,6 +1,6 @@
 #include "platform/block_converter.hpp"
+#include "platform/cubeb_capture.hpp"
 #include "platform/default_platform.hpp"
-#include "platform/portaudio_capture.hpp"
 
 namespace sorvel {
 
@@ -21,7 +21,7 @@ public:
 
 void addDefaultAudio(Platform& platform) {
     platform.audioSession = std::make_shared<ServedSession>();
-    platform.makeAudioEngine = [] { return PortAudioCapture::make(); };
+    platform.makeAudioEngine = [] { return CubebCapture::make(); };
     platform.makeConverter = makeBlockConverter;
 }
 

@@ -49,11 +49,11 @@ public:
     SorvelUBM& operator=(const SorvelUBM&) = default;
     ~SorvelUBM() = default;
 
-    /// Stopped: by `stopListening()`. Listening: the microphone is open. Failed: it could not be opened.
-    /// Lost: it has gone while listening; stop, and start again.
+    /// Stopped: by `stopListening()`. Listening: the microphone is open. Failed: it could not be
+    /// opened. Lost: it has gone while listening; stop, and start again.
     enum class State : std::uint8_t { Stopped, Listening, Failed, Lost };
-    /// Receives each state that is entered, on the platform's main queue, with the reason of a Failed
-    /// or Lost in one line. May start and stop the listener.
+    /// Receives each state that is entered, on the platform's main queue, with the reason of a
+    /// Failed or Lost in one line. May start and stop the listener.
     using StateCallBack = std::function<void(State state, const std::string& reason)>;
 
     /// Replaces the callback, also while listening; an empty one receives nothing.

@@ -129,8 +129,8 @@ public:
     virtual void removeTap(std::uint32_t bus) noexcept = 0;
 };
 
-/// Why a source ended by itself. InputChanged: it was the default input, another one is that now, and
-/// a start goes on with it.
+/// Why a source ended by itself. InputChanged: it was the default input, another one is that now,
+/// and a start goes on with it.
 enum class EngineEnd : std::uint8_t { InputLost, InputChanged };
 /// Receives it with one line about it.
 using EndNotice = std::function<void(EngineEnd end, const std::string& reason)>;

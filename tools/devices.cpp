@@ -1,4 +1,4 @@
-#include "platform/portaudio_devices.hpp"
+#include "platform/cubeb_devices.hpp"
 #include "tools/command.hpp"
 
 #include <CLI/CLI.hpp>

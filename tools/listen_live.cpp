@@ -1,4 +1,4 @@
-#include "platform/portaudio_capture.hpp"
+#include "platform/cubeb_capture.hpp"
 #include "sdk/MainQueue.hpp"
 #include "sdk/SorvelUBM.hpp"
 #include "tools/band_level.hpp"
@@ -65,7 +65,7 @@ class LiveListening {
 public:
     LiveListening(const ListenOptions& options, Platform platform)
         : m_options(options), m_meter(std::make_shared<BandLevel>()),
-          m_capture(PortAudioCapture::make(
+          m_capture(CubebCapture::make(
               {.device = options.device,
                .observer = [meter = m_meter](const AudioBuffer& block) { meter->hear(block); },
                .lines = nullptr})),
@@ -164,7 +164,7 @@ private:
     const ListenOptions& m_options;
     std::shared_ptr<HeldLines> m_lines = std::make_shared<HeldLines>();
     std::shared_ptr<BandLevel> m_meter;
-    std::shared_ptr<PortAudioCapture> m_capture;
+    std::shared_ptr<CubebCapture> m_capture;
     SorvelUBM m_listener;
     StatusLine m_status;
     Time::time_point m_start = Time::now();

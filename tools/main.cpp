@@ -1,5 +1,4 @@
 #include "platform/audio_file.hpp"
-#include "platform/quiet_stderr.hpp"
 #include "tools/command.hpp"
 #include "tools/interruption.hpp"
 
@@ -56,7 +55,6 @@ int run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const sorvel::HushedPortAudio hushed;
     // A closed pipe then is an error of the write that meets it, whoever started this process.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN); // likewise a limit on the size of files

@@ -1,0 +1,100 @@
+#pragma once
+
+#include "platform/cubeb_devices.hpp" // for AudioDeviceError
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <cubeb/cubeb.h>
+#include <functional>
+#include <future>
+#include <iosfwd>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace sorvel {
+
+inline constexpr const char* kServerIsSilent = "the sound server does not answer: restart it";
+
+/// In the order of preference: 48000 is what most converters run at, 96000 holds the band as well,
+/// and 44100 is the last that does.
+inline constexpr std::array<int, 3> kPreferredRates_hz{48000, 96000, 44100};
+
+struct CubebInput {
+    std::string name; ///< for people, and by which it is chosen
+    std::string description;
+    double rate_hz = 0.0; ///< its own; 0: not known
+    std::uint32_t channelCount = 1;
+    bool isDefault = false;
+    bool isMonitor = false; ///< hears what the machine plays
+};
+
+/// One connection with the machine's sound system: a server (PulseAudio or PipeWire) if there is
+/// one, else the devices themselves.
+///
+/// Every call may wait for a server's answer, for ever if it hangs: see `inTime`.
+class CubebLibrary {
+public:
+    struct Callbacks {
+        cubeb_data_callback data = nullptr;
+        cubeb_state_callback state = nullptr;
+        void* user = nullptr;
+    };
+    struct Close {
+        void operator()(cubeb* library) const noexcept { cubeb_destroy(library); }
+        void operator()(cubeb_stream* stream) const noexcept {
+            cubeb_stream_stop(stream);
+            cubeb_stream_destroy(stream);
+        }
+    };
+    using Stream = std::unique_ptr<cubeb_stream, Close>;
+
+    CubebLibrary(); ///< @throws AudioDeviceError
+
+    /// Sound comes from a server, which converts to any rate and to one channel.
+    bool isServed() const noexcept;
+    /// The default one first, then microphones before monitors, by name. @throws AudioDeviceError
+    std::vector<CubebInput> inputs() const;
+    /// Its own rate, or where that is not known those it may have, best first.
+    std::vector<double> ratesToTry(const CubebInput& input) const;
+    /// Opens an input, as long as this lives. @return null: it cannot be opened
+    Stream open(const CubebInput& input, bool asDefault, double rate_hz, std::uint32_t blockFrames,
+                const Callbacks& callbacks) const noexcept;
+    bool opens(const CubebInput& input, double rate_hz) const noexcept;
+
+private:
+    bool isBackend(const char* name) const noexcept;
+
+    std::unique_ptr<cubeb, Close> m_handle;
+};
+
+/// @param device  an input's name, or a part of one or of a description that fits a single input,
+///                without regard to ASCII case; empty: the default input
+/// @throws AudioDeviceError  when there is no such input
+const CubebInput& chooseInput(const std::vector<CubebInput>& inputs, const std::string& device);
+
+/// The inputs in Linux's table of sound devices (/proc/asound/pcm).
+std::vector<CubebInput> alsaInputs(std::istream& table);
+
+/// Starts `work` on a thread of its own once no other is under way. @throws AudioDeviceError when
+/// another one has hung for 4 s
+void startAlone(std::function<void()> work);
+
+/// What `work`, which talks to the sound system, answers. If it takes more than 4 s it is left to
+/// itself, and until it is through no other one begins: so one that hangs is the only one.
+/// @throws AudioDeviceError  when the sound system hangs; what `work` throws
+template <typename Work>
+std::invoke_result_t<Work> inTime(Work work) {
+    using Result = std::invoke_result_t<Work>;
+    const auto task = std::make_shared<std::packaged_task<Result()>>(std::move(work));
+    std::future<Result> result = task->get_future();
+    startAlone([task] { (*task)(); });
+    if (result.wait_for(std::chrono::seconds(4)) != std::future_status::ready)
+        throw AudioDeviceError(kServerIsSilent);
+    return result.get();
+}
+
+} // namespace sorvel
