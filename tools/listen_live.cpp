@@ -15,11 +15,11 @@
 #include <csignal>
 #include <cstdio>
 #include <memory>
-#include <mutex>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
-#include <vector>
 
 namespace sorvel {
 
@@ -35,65 +35,54 @@ volatile std::sig_atomic_t wasInterrupted = 0;
 
 void interrupt(int) { wasInterrupted = 1; }
 
-/// Keeps the listener's progress lines back until it listens: a start that fails is one line, the
-/// reason.
-class HeldLines final : public ProgressLines {
+/// The listener's progress lines, but for those of a microphone that comes and goes.
+class PausingLines final : public ProgressLines {
 public:
     void line(std::string_view text) noexcept override {
-        if (m_isHeld) {
-            const std::lock_guard lock(m_mutex);
-            m_lines.emplace_back(text);
-        } else {
-            m_out->line(text);
-        }
+        if (!isPaused) m_out->line(text);
     }
-    void release() {
-        const std::lock_guard lock(m_mutex);
-        m_isHeld = false;
-        for (const std::string& held : std::exchange(m_lines, {})) m_out->line(held);
-    }
+    std::atomic<bool> isPaused = false;
 
 private:
-    std::atomic<bool> m_isHeld = true;
-    std::mutex m_mutex;
-    std::vector<std::string> m_lines;
     std::shared_ptr<ProgressLines> m_out = standardErrorLines();
 };
+
+std::string obstacle(const CubebCapture& capture) {
+    const std::string error = capture.status().error;
+    return error.empty() ? "the microphone cannot be opened; see sorvel devices" : error;
+}
 
 /// Ends with --timeout, --once or a signal; brings the microphone back when it goes away.
 class LiveListening {
 public:
-    LiveListening(const ListenOptions& options, Platform platform)
-        : m_options(options), m_meter(std::make_shared<BandLevel>()),
-          m_capture(CubebCapture::make(
-              {.device = options.device,
-               .observer = [meter = m_meter](const AudioBuffer& block) { meter->hear(block); },
-               .lines = nullptr})),
+    /// @param capture  running
+    LiveListening(const ListenOptions& options, Platform platform, std::shared_ptr<CubebCapture> capture,
+                  std::shared_ptr<BandLevel> meter)
+        : m_options(options), m_meter(std::move(meter)), m_capture(std::move(capture)),
           m_listener(options.prefix.empty() ? "*" : options.prefix, completed(std::move(platform))) {
         m_listener.setCallBack([this](const std::string& text) { hear(text); });
+        m_listener.setStateCallBack([this](SorvelUBM::State state, const std::string& reason) {
+            if (state == SorvelUBM::State::Lost || state == SorvelUBM::State::Failed) m_loss = reason;
+        });
     }
     ~LiveListening() { m_listener.stopListening(); }
 
-    /// @return whether the microphone could be opened
-    bool start() {
-        m_listener.startListening();
-        const bool isListening = m_listener.status() == 1 && m_capture->isRunning();
-        if (isListening) m_lines->release();
-        return isListening;
-    }
-    std::string obstacle() const {
-        const std::string error = m_capture->status().error;
-        return error.empty() ? "the microphone cannot be opened; see sorvel devices" : error;
-    }
-
     int run() {
+        m_listener.startListening();
+        m_device = m_capture->status().device;
         while (!isOver()) {
             MainQueue::main().poll();
-            if (!m_capture->isRunning() && !comeBack()) return kFailed;
+            if (m_loss && !comeBack()) return kFailed;
+            if (!m_loss && !m_listener.micTapped()) {
+                printError(m_listener.reason());
+                return kFailed;
+            }
+            followDevice();
             m_status.show([this] { return meterLine(); });
             std::this_thread::sleep_for(kTick);
         }
         m_status.clear();
+        m_lines->isPaused = false;
         m_listener.stopListening();
         MainQueue::main().poll(); // a text that was heard with the last block
         const CaptureStatus status = m_capture->status();
@@ -127,22 +116,37 @@ private:
         printLine(m_options.json ? jsonLine(Heard{text, elapsed_s()}, m_capture->status().device) : text);
     }
 
-    /// Says why capture ended, and opens the microphone again, with growing pauses.
+    void followDevice() {
+        const std::string device = m_capture->status().device;
+        if (device.empty() || device == m_device) return;
+        m_device = device;
+        m_status.clear();
+        printError("listening on " + device + " now, which has become the default input");
+    }
+
+    /// Says why capture ended, and opens the microphone again, with growing pauses. The listener is
+    /// started only once sound comes: each of its starts and stops is an event.
     /// @return false under --once
     bool comeBack() {
         m_status.clear();
-        printError(obstacle());
+        printError(m_loss->empty() ? obstacle(*m_capture) : *m_loss);
+        m_lines->isPaused = true;
         m_listener.stopListening();
         if (m_options.once) return false;
-        for (double pause_s = kFirstPause_s;; pause_s = std::min(2 * pause_s, kLongestPause_s)) {
+        double pause_s = kFirstPause_s;
+        while (!m_capture->start().succeeded()) {
             for (const auto until = Time::now() + Seconds(pause_s); Time::now() < until;) {
                 if (isOver()) return true;
                 std::this_thread::sleep_for(kTick);
             }
-            if (start()) break;
-            m_listener.stopListening();
+            pause_s = std::min(2 * pause_s, kLongestPause_s);
         }
-        printError("listening again on " + m_capture->status().device);
+        m_listener.startListening();
+        MainQueue::main().poll(); // what the stop and this start have told
+        m_loss.reset();
+        m_lines->isPaused = false;
+        m_device = m_capture->status().device;
+        printError("listening again on " + m_device);
         return true;
     }
 
@@ -162,28 +166,34 @@ private:
     }
 
     const ListenOptions& m_options;
-    std::shared_ptr<HeldLines> m_lines = std::make_shared<HeldLines>();
+    std::shared_ptr<PausingLines> m_lines = std::make_shared<PausingLines>();
     std::shared_ptr<BandLevel> m_meter;
     std::shared_ptr<CubebCapture> m_capture;
     SorvelUBM m_listener;
     StatusLine m_status;
     Time::time_point m_start = Time::now();
     int m_heard = 0;
+    std::string m_device;              // that was last told
+    std::optional<std::string> m_loss; // why there is no sound
 };
 
 } // namespace
 
 int listenLive(const ListenOptions& options, const Platform& platform) {
-    LiveListening listening(options, platform);
-    if (!listening.start()) {
-        printError(listening.obstacle());
+    const auto meter = std::make_shared<BandLevel>();
+    const auto capture =
+        CubebCapture::make({.device = options.device,
+                            .observer = [meter](const AudioBuffer& block) { meter->hear(block); },
+                            .lines = nullptr});
+    if (!capture->start().succeeded()) {
+        printError(obstacle(*capture));
         if (!options.orDemo) return kFailed;
         printError("without a microphone, here is the demonstration");
         return runDemo();
     }
     std::signal(SIGINT, interrupt);
     std::signal(SIGTERM, interrupt);
-    return listening.run();
+    return LiveListening(options, platform, capture, meter).run();
 }
 
 } // namespace sorvel

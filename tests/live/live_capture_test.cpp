@@ -5,14 +5,19 @@
 #include "platform/cubeb_devices.hpp"
 #include "platform/cubeb_library.hpp"
 #include "platform/rate_converter.hpp"
+#include "sdk/MainQueue.hpp"
 #include "sdk/SorvelUBM.hpp"
+#include "telemetry/Event.hpp"
+#include "telemetry/EventHub.hpp"
 #include "tests/support/allocation_count.hpp"
 #include "tests/support/fake_platform.hpp"
 #include "tests/support/sound_server.hpp"
 #include "tests/support/transmissions.hpp"
+#include "tools/listen_options.hpp"
 
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <functional>
 #include <future>
@@ -393,6 +398,45 @@ TEST_F(LiveCapture, TheCommandListsInputsAndWarnsOfARateThatCannotCarryTheBand) 
                                       "sorvel: air.monitor: 16000 Hz cannot carry 18 to 19.5 kHz: .*\n"));
     server.kill();
     EXPECT_THAT(sorvelDevices(""), testing::MatchesRegex("sorvel: no sound input found: .*\n"));
+}
+
+TEST_F(LiveCapture, TheCommandTellsOnceThatTheMicrophoneGoesAndOnceThatItIsBack) {
+    SoundServer server(Kind::PulseAudio, 48000);
+    fake::Platform fakes;
+    Platform platform = fakes.platform;
+    platform.makeConverter = makeBlockConverter;
+    platform.mainQueue = std::shared_ptr<TaskQueue>(std::shared_ptr<void>(), &MainQueue::main());
+    EventHub::turnOn();
+    EventHub::setTokenHost("token.test");
+    EventHub::setEventHost("hub.test");
+    std::vector<std::string> events;
+    const auto sent = [&] {
+        for (const HttpRequest& request : fakes.http->take())
+            if (request.method != "GET")
+                events.push_back(*Event::decode(request.body, platform).event->EventType);
+        return events.size();
+    };
+    std::thread user([&] {
+        EXPECT_TRUE(becomes([&] { return sent() == 2; }));
+        server.kill();
+        EXPECT_TRUE(becomes([&] { return sent() == 3; }));
+        std::this_thread::sleep_for(std::chrono::seconds(2)); // for several attempts
+        server.start(48000);
+        EXPECT_TRUE(becomes([&] { return sent() == 4; }));
+        ::kill(::getpid(), SIGTERM);
+    });
+    ListenOptions options;
+    options.prefix = "acme";
+    EXPECT_EQ(listenLive(options, platform), 1);
+    user.join();
+    sent();
+    EXPECT_THAT(events, ElementsAre("Initialisation", "On", "Off", "On", "Off"));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                testing::MatchesRegex("Sorvel init\nSorvel started listening for ubms\n"
+                                      "sorvel: the input \"air.monitor\" is gone[^\n]*\n"
+                                      "sorvel: listening again on air.monitor\n"
+                                      "Sorvel stoped listening for ubms\n"));
+    testing::internal::CaptureStderr();
 }
 
 // It lets some six clients wait, and turns away the rest.
