@@ -152,7 +152,7 @@ void CubebCapture::State::prepare() {
 
 AudioResult CubebCapture::State::start() {
     // What has ended by itself, or was not looked for since the last start, is looked for now.
-    if (reader.joinable() || !stream) prepare();
+    if (reader.joinable() || !stream || stream->end() != CubebStream::End::None) prepare();
     if (!stream) return AudioResult::failure(currentStatus().error);
     try {
         const BlockLengths lengths(format().sampleRate);
