@@ -15,6 +15,8 @@ namespace {
 constexpr double kWait_s = 0.1;
 // Counted in waits rather than in time, so that a machine that stands still for a while ends nothing.
 constexpr int kQuietWaits = 9;
+// PulseAudio hands over up to 2 s at once, as from the monitor of a sink that nothing is played to.
+constexpr int kQuietWaitsFromServer = 25;
 constexpr int kQuietWaitsAtFirst = 50;
 
 std::string described(const CaptureStatus& status, const std::string& what) {
@@ -208,6 +210,7 @@ void CubebCapture::State::read(CubebStream& input, AudioBuffer block) noexcept {
     const AudioFormat form = block.format();
     BlockLengths lengths(form.sampleRate);
     std::uint64_t delivered_frames = 0;
+    const int mostQuietWaits = input.isServed() ? kQuietWaitsFromServer : kQuietWaits;
     int quietWaits = 0;
     for (std::uint32_t wanted = lengths.next(); !isStopping;) {
         quietWaits = input.wait(kWait_s) ? 0 : quietWaits + 1;
@@ -221,7 +224,7 @@ void CubebCapture::State::read(CubebStream& input, AudioBuffer block) noexcept {
             return lose(EngineEnd::InputChanged, "is no longer the default one");
         if (input.end() == CubebStream::End::Gone)
             return lose(EngineEnd::InputLost, "is gone: it was unplugged, or the sound server ended");
-        if (quietWaits >= (delivered_frames > 0 ? kQuietWaits : kQuietWaitsAtFirst))
+        if (quietWaits >= (delivered_frames > 0 ? mostQuietWaits : kQuietWaitsAtFirst))
             return lose(EngineEnd::InputLost, "delivers no sound: unplugged, or the sound server hangs");
     }
 }

@@ -47,10 +47,10 @@ struct CaptureStatus {
 /// engine's own and calls the tap with blocks of 100 ms, at most two channels, interleaved. A tap
 /// that falls behind by more loses sound, which is counted.
 ///
-/// An input that goes away, or that delivers nothing for 0.9 s, ends the capture: `isRunning()` is
-/// false, `status().error` and the end notice say so, and stop and start work as ever. In its first
-/// 5 s an input may be silent: some take two to begin. A new default input of another rate ends it
-/// too, as `EngineEnd::InputChanged`.
+/// An input that goes away, or that delivers nothing for 0.9 s (from a server 2.5 s), ends the
+/// capture: `isRunning()` is false, `status().error` and the end notice say so, and stop and start
+/// work as ever. In its first 5 s an input may be silent: some take two to begin. A new default
+/// input of another rate ends it too, as `EngineEnd::InputChanged`.
 ///
 /// One input can serve several engines.
 ///

@@ -44,6 +44,7 @@ public:
     std::string name() const; ///< of the input that it is on now
     double rate_hz() const noexcept { return m_rate_hz; }
     std::uint32_t channelCount() const noexcept { return m_input.channelCount; }
+    bool isServed() const noexcept { return m_library.isServed(); }
 
     void start(); ///< @throws AudioDeviceError; takes 8 s at most
 
