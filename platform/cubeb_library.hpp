@@ -6,10 +6,12 @@
 #include <chrono>
 #include <cstdint>
 #include <cubeb/cubeb.h>
+#include <exception>
 #include <functional>
 #include <future>
 #include <iosfwd>
 #include <memory>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -85,16 +87,29 @@ void startAlone(std::function<void()> work);
 
 /// What `work`, which talks to the sound system, answers. If it takes more than 4 s it is left to
 /// itself, and until it is through no other one begins: so one that hangs is the only one.
-/// @throws AudioDeviceError  when the sound system hangs; what `work` throws
+/// @throws AudioDeviceError  when the sound system hangs, or with what `work` threw
 template <typename Work>
 std::invoke_result_t<Work> inTime(Work work) {
-    using Result = std::invoke_result_t<Work>;
-    const auto task = std::make_shared<std::packaged_task<Result()>>(std::move(work));
-    std::future<Result> result = task->get_future();
-    startAlone([task] { (*task)(); });
-    if (result.wait_for(std::chrono::seconds(4)) != std::future_status::ready)
+    struct Outcome {
+        std::optional<std::invoke_result_t<Work>> result;
+        std::string error; // as text: an exception that two threads hold ends on either
+    };
+    const auto promise = std::make_shared<std::promise<Outcome>>();
+    std::future<Outcome> outcome = promise->get_future();
+    startAlone([promise, work = std::move(work)] {
+        Outcome made;
+        try {
+            made.result = work();
+        } catch (const std::exception& error) {
+            made.error = error.what();
+        }
+        promise->set_value(std::move(made));
+    });
+    if (outcome.wait_for(std::chrono::seconds(4)) != std::future_status::ready)
         throw AudioDeviceError(kServerIsSilent);
-    return result.get();
+    Outcome made = outcome.get();
+    if (!made.result) throw AudioDeviceError(made.error);
+    return *std::move(made.result);
 }
 
 } // namespace sorvel
