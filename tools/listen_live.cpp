@@ -4,6 +4,7 @@
 #include "tools/band_level.hpp"
 #include "tools/command.hpp"
 #include "tools/heard_line.hpp"
+#include "tools/interruption.hpp"
 #include "tools/listen_options.hpp"
 #include "tools/text_receiver.hpp"
 
@@ -12,7 +13,6 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <csignal>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -30,10 +30,6 @@ using Seconds = std::chrono::duration<double>;
 
 constexpr double kFirstPause_s = 0.5, kLongestPause_s = 8.0; // before another attempt to open the microphone
 constexpr auto kTick = std::chrono::milliseconds(50);
-
-volatile std::sig_atomic_t wasInterrupted = 0;
-
-void interrupt(int) { wasInterrupted = 1; }
 
 /// The listener's progress lines, but for those of a microphone that comes and goes.
 class PausingLines final : public ProgressLines {
@@ -103,7 +99,7 @@ private:
     }
 
     bool isOver() const {
-        if (wasInterrupted != 0) return true;
+        if (Interruption::hasCome()) return true;
         if (m_options.once && m_heard > 0) return true;
         return m_options.timeout_s && elapsed_s() >= *m_options.timeout_s;
     }
@@ -191,8 +187,7 @@ int listenLive(const ListenOptions& options, const Platform& platform) {
         printError("without a microphone, here is the demonstration");
         return runDemo();
     }
-    std::signal(SIGINT, interrupt);
-    std::signal(SIGTERM, interrupt);
+    const Interruption interruption;
     return LiveListening(options, platform, capture, meter).run();
 }
 
