@@ -237,18 +237,6 @@ struct RxTables : testing::Test {
 };
 using ReceivingOtherProtocols = RxTables;
 
-TEST_F(ReceivingOtherProtocols, FindsTheOneThatWasSent) {
-    add(3, {.name = "mono", .freqStart = 200, .framesPerTx = 6, .bytesPerTx = 1, .extra = 2});
-    add(5, {.name = "wide", .freqStart = 40, .framesPerTx = 6, .bytesPerTx = 3, .extra = 1});
-    for (const int id : {3, 5, 12}) {
-        GGWave modem(fixedLength());
-        const Samples sound = transmission(modem, kPayload, 50, id) + kTail;
-        const auto heard = received(modem, stored(sound, GGWAVE_SAMPLE_FORMAT_F32), kFrame);
-        EXPECT_THAT(heard, Contains(kPayload)) << id;
-        EXPECT_EQ(modem.rxProtocolId(), id);
-    }
-}
-
 TEST_F(ReceivingOtherProtocols, PrefersTheLowerIdWhereTwoMatch) {
     GGWave::Protocol twin = GGWave::Protocols::kDefault()[12];
     add(2, twin);

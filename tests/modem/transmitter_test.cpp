@@ -4,7 +4,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <numbers>
 
 using testing::HasSubstr;
 
@@ -18,18 +17,6 @@ ggwave_Parameters sending(int payloadLength, int mode = GGWAVE_OPERATING_MODE_TX
     return parameters;
 }
 
-/// Amplitude of the sine in bin `bin` over one frame, by direct correlation.
-double toneLevel(std::span<const float> frame, int bin) {
-    double re = 0, im = 0;
-    for (std::size_t i = 0; i < frame.size(); ++i) {
-        const double angle =
-            2 * std::numbers::pi * bin * static_cast<double>(i) / static_cast<double>(frame.size());
-        re += static_cast<double>(frame[i]) * std::cos(angle);
-        im += static_cast<double>(frame[i]) * std::sin(angle);
-    }
-    return 2 * std::hypot(re, im) / static_cast<double>(frame.size());
-}
-
 struct TxTables : testing::Test {
     ~TxTables() override { GGWave::Protocols::tx() = GGWave::Protocols::kDefault(); }
     static void only(GGWave::Protocol row, int id = 7) {
@@ -39,31 +26,6 @@ struct TxTables : testing::Test {
     }
 };
 using Transmitter = TxTables;
-
-TEST_F(Transmitter, SoundsBothNibblesOfEachCodedByteForNineFrames) {
-    const std::string payload("\x12\xEF\x00\x80 acme\n", 10);
-    GGWave modem(sending(13));
-    const Samples sound = transmission(modem, payload, 50);
-    ASSERT_EQ(sound.size(), 153U * kFrame);
-
-    std::vector<std::uint8_t> word(13, 0);
-    std::copy(payload.begin(), payload.end(), word.begin());
-    word = slow_rs::encode(word, 4);
-    for (int byte = 0; byte < 17; ++byte) {
-        const auto middle =
-            std::span(sound).subspan(static_cast<std::size_t>((byte * 9 + 4) * kFrame), kFrame);
-        const int low = 384 + (word[static_cast<std::size_t>(byte)] & 15);
-        const int high = 400 + (word[static_cast<std::size_t>(byte)] >> 4);
-        for (int bin = 380; bin < 420; ++bin) // two tones share the volume; orthogonal to all other bins
-            EXPECT_NEAR(toneLevel(middle, bin), bin == low || bin == high ? 0.25 : 0.0, 1e-4)
-                << byte << " " << bin;
-        const auto tones = modem.txTones();
-        EXPECT_EQ(tones[3 * byte], low - 384);
-        EXPECT_EQ(tones[3 * byte + 1], high - 384);
-        EXPECT_EQ(tones[3 * byte + 2], 255);
-    }
-    EXPECT_EQ(modem.txTones().size(), 3 * 17);
-}
 
 TEST_F(Transmitter, MakesTheClosedFormOfAnyProtocolAndLength) {
     std::mt19937 generator(31);

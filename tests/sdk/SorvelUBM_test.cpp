@@ -142,21 +142,6 @@ TEST_F(SorvelUBMTest, ADecoderThatThrowsCostsItsBlockAlone) {
     made.stopListening();
 }
 
-TEST_F(SorvelUBMTest, ARestartConvertsFromTheRateThatTheInputHasByThen) {
-    std::vector<double> rates;
-    m_fake.platform.makeConverter = [&](const sorvel::AudioFormat& from, const auto&) {
-        rates.push_back(from.sampleRate);
-        return std::make_unique<fake::Converter>(m_fake.converter);
-    };
-    SorvelUBM made = listener();
-    for (const double rate : {48000.0, 44100.0}) {
-        m_fake.engine->format.sampleRate = rate;
-        made.startListening();
-        made.stopListening();
-    }
-    EXPECT_THAT(rates, ElementsAre(48000.0, 44100.0));
-}
-
 // The session holds what is to be done with a token, so that must not hold the session.
 TEST_F(SorvelUBMTest, ARequestUnderWayDoesNotKeepItsSession) {
     struct Keeping final : sorvel::HttpSession {
