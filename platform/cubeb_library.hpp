@@ -54,11 +54,12 @@ public:
     };
     using Stream = std::unique_ptr<cubeb_stream, Close>;
 
-    CubebLibrary(); ///< @throws AudioDeviceError
+    CubebLibrary(); ///< @throws AudioDeviceError  when there is no sound system
 
     /// Sound comes from a server, which converts to any rate and to one channel.
     bool isServed() const noexcept;
-    /// The default one first, then microphones before monitors, by name. @throws AudioDeviceError
+    /// The default one first, then microphones before monitors, by name.
+    /// @throws AudioDeviceError  when they cannot be listed
     std::vector<CubebInput> inputs() const;
     /// Its own rate, or where that is not known those it may have, best first.
     std::vector<double> ratesToTry(const CubebInput& input) const;

@@ -30,7 +30,8 @@ public:
     enum class End : std::uint8_t { None, Gone, Changed };
 
     /// @param device  as in chooseInput
-    /// @throws AudioDeviceError; takes some 20 ms, and 8 s at most
+    /// @throws AudioDeviceError  when there is none, or it cannot be opened
+    /// Takes some 20 ms, and 8 s at most.
     static std::shared_ptr<CubebStream> prepare(const std::string& device);
     /// Ends the stream within 2 s: a close that hangs, because the sound server does, goes on by
     /// itself in the background.
@@ -46,7 +47,8 @@ public:
     std::uint32_t channelCount() const noexcept { return m_input.channelCount; }
     bool isServed() const noexcept { return m_library.isServed(); }
 
-    void start(); ///< @throws AudioDeviceError; takes 8 s at most
+    /// Takes 8 s at most. @throws AudioDeviceError  when no sound comes from it
+    void start();
 
     // --- the reader's thread
 
