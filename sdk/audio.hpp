@@ -148,6 +148,7 @@ public:
     virtual void stop() noexcept = 0;
     /// Has `notice`, in place of the former one, called when the source has ended by itself: on a
     /// thread of which no call of this class waits. Sources that never do need not care.
+    // NOLINTNEXTLINE(performance-unnecessary-value-param): who cares keeps it.
     virtual void setEndNotice(EndNotice) noexcept {}
 };
 
