@@ -125,7 +125,7 @@ private:
     /// @return false under --once
     bool comeBack() {
         m_status.clear();
-        printError(m_loss->empty() ? obstacle(*m_capture) : *m_loss);
+        printError(m_loss.value_or("").empty() ? obstacle(*m_capture) : m_loss.value_or(""));
         m_lines->isPaused = true;
         m_listener.stopListening();
         if (m_options.once) return false;
