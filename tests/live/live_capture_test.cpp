@@ -256,7 +256,9 @@ TEST_P(AnyServer, FollowsTheDefaultInputAndNoOther) {
     const SoundServer::Player player(server, sound("acme_other", 44100), 44100, "other");
     EXPECT_TRUE(listening.hears("acme_other"));
     server.makeDefault("air.monitor");
-    EXPECT_TRUE(isOn("air.monitor", 48000));
+    EXPECT_TRUE(isOn("air.monitor", 48000))
+        << listening.capture().status().device << ' ' << listening.capture().status().rate_hz << ' '
+        << (*listening).reason() << listening.capture().status().error;
     EXPECT_TRUE(named.delivers());
     server.removeSink(other); // then the server moves the capture to an input that is not the one asked for
     EXPECT_THAT(named.end(), HasSubstr("\"other.monitor\" is gone"));
