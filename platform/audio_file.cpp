@@ -1,6 +1,7 @@
 #include "platform/audio_file.hpp"
 
 #include "platform/rate_converter.hpp"
+#include "platform/signals.hpp"
 
 #include <algorithm>
 #include <array>
@@ -8,7 +9,6 @@
 #include <bit>
 #include <cerrno>
 #include <cmath>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -311,21 +311,6 @@ private:
 
 /// Name of the temporary file that has one; a signal handler reads it.
 std::atomic<const char*> theTemporary = nullptr;
-
-class AllSignalsBlocked {
-public:
-    AllSignalsBlocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &m_before);
-    }
-    ~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
-    AllSignalsBlocked(const AllSignalsBlocked&) = delete;
-    AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
-
-private:
-    sigset_t m_before{};
-};
 
 /// A temporary file that takes the destination's name at the end. Until then it has none, where the
 /// file system allows that, and goes away with the process; else it lies beside the destination.

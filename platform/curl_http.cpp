@@ -2,6 +2,7 @@
 
 #include "platform/curl_transfer.hpp"
 #include "platform/handover.hpp"
+#include "platform/signals.hpp"
 
 #include <algorithm>
 #include <atomic>
@@ -9,8 +10,6 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
-#include <pthread.h>
-#include <signal.h>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -22,23 +21,6 @@ namespace {
 constexpr std::size_t kArrivingLimit = 1024;
 constexpr int kIdleWait_ms = 60 * 1000; // woken for every request and for the end
 constexpr double kLongestDrain_s = 3600.0;
-
-/// Keeps signals from a thread that is started meanwhile: they are the application's, and the TLS
-/// library's writes to a closed connection must not end the process.
-class AllSignalsBlocked {
-public:
-    AllSignalsBlocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &m_before);
-    }
-    ~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
-    AllSignalsBlocked(const AllSignalsBlocked&) = delete;
-    AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
-
-private:
-    sigset_t m_before{};
-};
 
 struct Pending {
     HttpRequest request;
@@ -122,6 +104,8 @@ bool CurlHttpSession::Worker::start(const std::shared_ptr<Worker>& self) {
     if (!m_multi) m_multi.reset(curl_multi_init());
     if (!m_multi) return false;
     curl_multi_setopt(m_multi.get(), CURLMOPT_MAXCONNECTS, static_cast<long>(m_options.inFlight));
+    // Signals are the application's, and the TLS library's writes to a closed connection must not end
+    // the process.
     const AllSignalsBlocked blocked;
     try {
         m_thread = std::thread([self] { self->work(); });
