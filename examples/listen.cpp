@@ -15,8 +15,8 @@ int main(int argc, char** argv) {
     listener.startListening();
     if (listener.status() != 1) std::cout << "no microphone; see sorvel devices" << std::endl;
 
-    // An application would give its main thread to MainQueue::main().run(), or wait on the queue's
-    // descriptor.
+    // An application would give its main thread to MainQueue::main().run(), or wait
+    // on the queue's descriptor.
     std::thread clock([seconds] {
         std::this_thread::sleep_for(std::chrono::seconds(seconds));
         MainQueue::main().stop();

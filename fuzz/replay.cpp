@@ -1,5 +1,5 @@
-// Runs a fuzz target on files, one after the other: found inputs and seeds, with every compiler and
-// sanitizer.
+// Runs a fuzz target on files, one after the other: found inputs and seeds, with
+// every compiler and sanitizer.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>

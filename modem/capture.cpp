@@ -14,8 +14,8 @@ namespace {
 
 constexpr int kSpareSamples = 4; // taken beyond a frame, so that one chunk does complete it
 
-/// After so much audio the stream's time starts over; the counters would grow without bound
-/// otherwise.
+/// After so much audio the stream's time starts over; the counters would
+/// grow without bound otherwise.
 constexpr float kStreamSeconds = 60.0F;
 
 /// What is quieter counts as silence: -360 dB. The squares of still smaller numbers would be denormal, on

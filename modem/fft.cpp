@@ -142,8 +142,8 @@ struct Turns {
 
     /// `entry` is the table's at the block, `half` the one at half its number.
     Turns(int block, Complex<Factor> entry, Complex<Factor> half)
-        // Twice the angle: dropping the last bit doubles the mirrored fraction, modulo a quarter
-        // turn.
+        // Twice the angle: dropping the last bit doubles the mirrored fraction,
+        // modulo a quarter turn.
         : first(entry), second(block % 2 == 0 ? half : quarterTurn(half)), third(first * second) {}
 
     template <class Part>
@@ -193,8 +193,8 @@ void passes(int n, int l, float* a, const float* w) {
 
 /// The first butterflies of four neighbours, each with the numbers a quarter, a half and three
 /// quarters of the array further on. In bit-reversed order they become one block in every quarter,
-/// those of neighbours 1 and 2 in swapped order; `block` is the number of the one in the first
-/// quarter.
+/// those of neighbours 1 and 2 in swapped order; `block` is the number of the one
+/// in the first quarter.
 ///
 /// Inlined by force: handing the result over in memory takes 8 % of the whole transform.
 template <class From>

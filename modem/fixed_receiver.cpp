@@ -22,8 +22,8 @@ SORVEL_TARGET_CLONES float loudestPower(std::span<const float> power) {
     return *std::max_element(most.begin(), most.end());
 }
 
-/// Index of the largest of 16 bins from `base` on; of equal ones the last. Bins outside the row are
-/// silent.
+/// Index of the largest of 16 bins from `base` on; of equal ones the last. Bins outside
+/// the row are silent.
 int loudestTone(std::span<const std::uint8_t> row, int base) {
     const auto first = static_cast<std::size_t>(base);
     int most = 0; // level and tone in one number, so that one comparison settles both

@@ -18,8 +18,8 @@ class FixedReceiver {
 public:
     FixedReceiver(const Settings& settings, Coding& coding) : m_settings(settings), m_coding(coding) {}
 
-    /// The arrays for the rows that are enabled in `protocols`; rows beyond these are not searched
-    /// for.
+    /// The arrays for the rows that are enabled in `protocols`; rows beyond these
+    /// are not searched for.
     void place(Layout& layout, const GGWave::Protocols& protocols);
 
     /// Takes the power spectrum of one frame. A transmission that ends with it is delivered to

@@ -13,8 +13,8 @@
 /// Memory: an instance allocates once, in ggwave_init or `prepare`; nothing else here allocates.
 /// Nothing locks, waits, throws or reads a clock. What fails is described on the log stream
 /// (ggwave_setLogFile), unless said otherwise; a call that uses another may add a line of its own.
-/// Threads: one at a time per instance; instance table, log stream and protocol tables are
-/// unsynchronised.
+/// Threads: one at a time per instance; instance table, log stream and
+/// protocol tables are unsynchronised.
 #pragma once
 
 #include <stdio.h>
@@ -73,8 +73,8 @@ typedef struct ggwave_Parameters {
 /// Replaces the stream that failures are described on; NULL silences the modem. It starts as stderr.
 void ggwave_setLogFile(FILE* stream);
 
-/// Variable length, 48000 Hz throughout, 1024 samples per frame, threshold 3.0, F32, receive and
-/// transmit.
+/// Variable length, 48000 Hz throughout, 1024 samples per frame, threshold 3.0,
+/// F32, receive and transmit.
 ggwave_Parameters ggwave_getDefaultParameters(void);
 
 /// Makes an instance. At most four exist at a time in a process.
@@ -127,8 +127,8 @@ int ggwave_encode(int id, const void* payload, int payloadSize, ggwave_ProtocolI
 ///         repeats by time
 int ggwave_decode(int id, const void* waveform, int waveformSize, void* payloadBuffer, const char* prefix);
 
-/// Hands captured audio to an instance and takes the next payload as raw bytes; block sizes as for
-/// ggwave_decode.
+/// Hands captured audio to an instance and takes the next payload as raw bytes; block
+/// sizes as for ggwave_decode.
 ///
 /// Nothing vouches for these bytes but the error correction: at the edges of a transmission a window
 /// that holds only part of it is now and then corrected into another code word (21 in 400 clean
@@ -331,8 +331,8 @@ public:
     // Spectrum tools
 
     /// Forward transform (layout: rdft in modem/fft.h) of N = samplesPerFrame() floats. False,
-    /// after a line on the log stream and with `dst` untouched: another N, no power of two, or no
-    /// receiver.
+    /// after a line on the log stream and with `dst` untouched: another N, no power of
+    /// two, or no receiver.
     bool computeFFTR(const float* src, float* dst, int N);
 
     /// The same with the caller's work arrays, for any power of two N from 2 on. `wi` needs

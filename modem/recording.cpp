@@ -232,8 +232,8 @@ void Recording::read(ggwave_ProtocolId id, int position, std::span<std::uint8_t>
         chunk[byte] = isRead && byte < audible ? row.read[first + byte] : std::uint8_t{0};
 }
 
-/// Sums samples from `at` on and in the same place of the frames after it; behind the recording is
-/// silence.
+/// Sums samples from `at` on and in the same place of the frames after it; behind
+/// the recording is silence.
 void Recording::layOver(std::span<float> sums, int at, int frames) {
     std::fill(sums.begin(), sums.end(), 0.0F);
     const int recorded = m_frames * m_samplesPerFrame;

@@ -28,8 +28,8 @@ public:
     /// at bin `freqStart` and sound together. Rows changed later are not followed.
     ///
     /// Chunks are read as they arrive if for all these rows together 1024 * frames * bytes of a
-    /// chunk, the silent bytes from half of the bins on not counted, come to less than some two
-    /// million.
+    /// chunk, the silent bytes from half of the bins on not counted, come to less
+    /// than some two million.
     void begin(int freqStart, const GGWave::Protocols& protocols);
     void add(std::span<const float> frame); ///< frames beyond the longest message are dropped
     void end();                             ///< silence follows
@@ -37,8 +37,8 @@ public:
     /// Whether row `id` is recorded, and still is as it was then.
     bool has(ggwave_ProtocolId id, const GGWave::Protocol& protocol) const;
 
-    /// Reads one chunk of row `id`, `chunk.size()` bytes, that begins at `position`. After `end`
-    /// only.
+    /// Reads one chunk of row `id`, `chunk.size()` bytes, that begins at
+    /// `position`. After `end` only.
     void read(ggwave_ProtocolId id, int position, std::span<std::uint8_t> chunk);
 
 private:

@@ -1,5 +1,5 @@
-/// Rate conversion: of a stream (GGWave::Resampler, the modem's own) and of single blocks (Resampler, for
-/// applications).
+/// Rate conversion: of a stream (GGWave::Resampler, the modem's own) and of single
+/// blocks (Resampler, for applications).
 #pragma once
 
 #include "modem/ggwave.h"
@@ -63,8 +63,8 @@ private:
 };
 
 /// Windowed-sinc rate conversion that takes every call as a block of its own: its time starts at 0, while the
-/// last 72 samples of the block before still lie ahead in the delay line. The output lags by 72 input
-/// samples.
+/// last 72 samples of the block before still lie ahead in the delay line. The output lags
+/// by 72 input samples.
 ///
 /// The object holds all it needs, some 27 KB; nothing is allocated. One thread at a time.
 class Resampler {

@@ -8,8 +8,8 @@
 ///
 /// Sums run in eight lanes, in one vector or two, in the same order and so with the same bits everywhere. (Of
 /// a vector wider than the processor's, g++ 12 keeps the sums in memory.) All is templates, each width is
-/// used in one source file only: so nothing compiled for AVX2 is ever linked into the code for other
-/// processors.
+/// used in one source file only: so nothing compiled for AVX2 is ever linked into the
+/// code for other processors.
 #pragma once
 
 #include "modem/sinc_kernel.hpp"

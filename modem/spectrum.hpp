@@ -16,8 +16,8 @@ public:
     /// The power spectrum of one frame, which is news until `takeNews`. The view stays valid.
     std::span<const float> analyse(std::span<const float> frame);
 
-    /// The same in two steps, without the news: sum up in `samples()`, which the transform
-    /// overwrites.
+    /// The same in two steps, without the news: sum up in `samples()`,
+    /// which the transform overwrites.
     std::span<float> samples() const { return m_fftOut.span().first(m_power.span().size()); }
     std::span<const float> analyseSamples();
 

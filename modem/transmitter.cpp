@@ -40,8 +40,8 @@ struct Envelope {
 };
 
 /// sin(turn * i + phase) for every i, turns in radians. Angles add: of the samples 32 h + l, the
-/// sines of the 32 h and of the l suffice. In double, so that rounding to float hides the
-/// difference.
+/// sines of the 32 h and of the l suffice. In double, so that rounding to
+/// float hides the difference.
 SORVEL_TARGET_CLONES void fillSine(std::span<float> out, double turn, double phase) {
     constexpr std::size_t kStep = 32;
     std::array<double, kStep> sines{}, cosines{};
@@ -162,8 +162,8 @@ bool Transmitter::queue(std::span<const std::uint8_t> data, const GGWave::Protoc
     return true;
 }
 
-/// What makes the queued payload impossible to send, as a line for the log stream; null if nothing
-/// does.
+/// What makes the queued payload impossible to send, as a line for the log stream;
+/// null if nothing does.
 const char* Transmitter::obstacle() const {
     if (m_protocol.framesPerTx < 1 || m_protocol.bytesPerTx < 1 || m_protocol.extra < 1 ||
         m_protocol.extra > 2)
@@ -270,8 +270,8 @@ bool Transmitter::makeTones(const Frames& frames) {
         m_tones[m_nTones++] = static_cast<std::uint8_t>(tone);
         return true;
     };
-    // In steps of a chunk from the very first frame, also where a marker is not a whole number of
-    // them.
+    // In steps of a chunk from the very first frame, also where a marker is not a
+    // whole number of them.
     for (std::int64_t frame = 0; frame < frames.total(); frame += frames.step) {
         const std::int64_t dataFrame = frame - frames.marker;
         if (dataFrame < 0 || dataFrame >= frames.data) {

@@ -19,8 +19,8 @@
 /// A character's code is its position in `kAlphabet`; places behind the text hold 0. A NUL is
 /// carried too, as code 38. Codes 39 to 63 stand for nothing.
 ///
-/// The check byte lets one in 256 damaged payloads pass and does not cover the places behind the
-/// text.
+/// The check byte lets one in 256 damaged payloads pass and does not cover the
+/// places behind the text.
 ///
 /// Thread: all functions are free of state. Allocation: packing and unpacking need none of their
 /// own, as a text of 15 characters fits into the string object of libstdc++ (a longer one is
@@ -33,8 +33,8 @@ inline constexpr std::string_view kAlphabet = "0123456789abcdefghijklmnopqrstuvw
 inline constexpr size_t kMaxTextLength = 15; ///< characters
 inline constexpr size_t kPayloadBytes = 13;
 
-/// What `extractStrings` answers to a damaged payload. No text equals it, for it has upper-case
-/// letters.
+/// What `extractStrings` answers to a damaged payload. No text equals it, for
+/// it has upper-case letters.
 inline constexpr std::string_view kError = "ERROR";
 
 /// The binary digits of `value`, most significant first, without leading zeros: empty for 0, those
@@ -42,8 +42,8 @@ inline constexpr std::string_view kError = "ERROR";
 std::string itob(int value);
 
 /// CRC-8 with polynomial 0x31, initial value 0xFF, nothing reflected, no final XOR; 0xF7 for
-/// "123456789". `data` may be null if the length is 0; the result is then 0xFF, as a signed
-/// character.
+/// "123456789". `data` may be null if the length is 0; the result is then 0xFF,
+/// as a signed character.
 signed char CRC8(const char* data, unsigned long length);
 
 /// Unpacks the 13 bytes at `payload`. A length above 15 in the payload is taken as 15.

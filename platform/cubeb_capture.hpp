@@ -22,8 +22,8 @@
 namespace sorvel {
 
 struct CaptureOptions {
-    /// An InputDevice's name, or a part of its name or description that fits no other; empty: the
-    /// default.
+    /// An InputDevice's name, or a part of its name or description that fits no
+    /// other; empty: the default.
     std::string device;
     /// Sees each block of 100 ms before the tap does, with or without one; on the capture thread,
     /// under the tap's rules.

@@ -96,8 +96,8 @@ bool CubebStream::take(std::span<float> interleaved) noexcept {
 
 // --- the library's thread
 
-/// No allocation, no lock, no waiting, no message. Waking the reader is all that reaches the
-/// system.
+/// No allocation, no lock, no waiting, no message. Waking the reader is all
+/// that reaches the system.
 long CubebStream::hear(cubeb_stream*, void* stream, const void* input, void*, long frames) noexcept {
     auto& self = *static_cast<CubebStream*>(stream);
     if (input != nullptr && frames > 0)

@@ -17,8 +17,8 @@ struct CurlHttpOptions {
     std::size_t bodyBytes = 65536;  ///< a longer body makes the request fail, as do longer headers
 };
 
-/// HTTPS through libcurl's multi interface, on one background thread that starts with the first
-/// request.
+/// HTTPS through libcurl's multi interface, on one background thread that starts
+/// with the first request.
 ///
 /// TLS 1.2 or later, peer and host verified; redirects (at most 10) stay on https. A request made
 /// inside a completion goes ahead of the queue, so that what has begun is finished first. A token

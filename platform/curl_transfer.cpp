@@ -43,8 +43,8 @@ bool CurlTransfer::addHeaders() {
     const auto add = [&](const std::string& line) {
         curl_slist* const longer = curl_slist_append(m_headers.get(), line.c_str());
         if (longer == nullptr) return false;
-        // The same list, unless this was its first line: then it was null before, and nothing is
-        // freed.
+        // The same list, unless this was its first line: then it was null before,
+        // and nothing is freed.
         if (!m_headers) m_headers.reset(longer);
         return true;
     };

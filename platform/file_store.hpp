@@ -7,8 +7,8 @@
 
 namespace sorvel {
 
-/// The store's file: `sorvel/settings` in $XDG_CONFIG_HOME, else in ~/.config. Empty where there is
-/// neither.
+/// The store's file: `sorvel/settings` in $XDG_CONFIG_HOME, else in ~/.config. Empty
+/// where there is neither.
 std::filesystem::path settingsFile();
 
 /// Texts kept in one small file of lines `key=value`, read once when the store is made.

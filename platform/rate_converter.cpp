@@ -124,8 +124,8 @@ void LiveRateConverter::convert(std::span<const float> in, std::span<float> out)
     keep(in.subspan(step.consumed));
     if (filled < out.size()) {
         std::fill(out.begin() + static_cast<std::ptrdiff_t>(filled), out.end(), 0.0F);
-        // A whole reserve at once, so that a caller who always asks for a little too much has few
-        // gaps.
+        // A whole reserve at once, so that a caller who always asks for a little too
+        // much has few gaps.
         std::fill(m_waiting.begin(), m_waiting.end(), 0.0F);
         m_count = m_reserve;
     }

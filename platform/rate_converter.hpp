@@ -82,8 +82,8 @@ private:
 /// The latency comes out as leading silence: half the filter (40 input samples while the rate rises
 /// or stays), and the 1 ms that is kept in hand so that blocks of uneven length (11025 Hz: 1102 and
 /// 1103 samples in 100 ms) still fill theirs. A caller whose blocks ask for less than the input
-/// yields loses the surplus in pieces of 1 ms; one that asks for more gets silence for what is
-/// missing.
+/// yields loses the surplus in pieces of 1 ms; one that asks for more gets silence
+/// for what is missing.
 class LiveRateConverter {
 public:
     /// @throws as ResamplingFilter

@@ -16,8 +16,8 @@
 ///     MainQueue::main().run(); // callbacks run here
 ///
 /// At most one text a second is delivered, the whole received text with its prefix; what else
-/// arrives within that second is dropped, and so is everything in the first second of a listener's
-/// life.
+/// arrives within that second is dropped, and so is everything in the first second
+/// of a listener's life.
 ///
 /// The object is a handle: copies are the same listener. While it listens it stays alive on its
 /// own, even when the last handle is gone, and keeps delivering; call `stopListening()` first to

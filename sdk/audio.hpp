@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-/// Captured sound on its way to the decoder: session, engine, input node, buffers and rate
-/// conversion.
+/// Captured sound on its way to the decoder: session, engine, input node,
+/// buffers and rate conversion.
 ///
 /// Who writes a capture source implements AudioEngine and AudioInputNode and calls the tap block;
 /// who writes a converter implements AudioConverter. Both run on the capture thread between blocks
@@ -50,9 +50,8 @@ public:
 
     const AudioFormat& format() const noexcept { return m_format; }
     std::uint32_t frameCapacity() const noexcept { return m_frameCapacity; }
-    std::uint32_t frameLength() const noexcept {
-        return m_frameLength;
-    } ///< frames that hold sound; 0 at first
+    /// Frames that hold sound; 0 at first.
+    std::uint32_t frameLength() const noexcept { return m_frameLength; }
     void setFrameLength(std::uint32_t frames) noexcept; ///< at most the capacity is taken
 
     /// Samples from one frame to the next of a channel: the channel count when interleaved, else 1.
@@ -171,11 +170,11 @@ public:
     /// frame on.
     ///
     /// Fills `output` to its capacity for every block, from the first one on: the latency comes out
-    /// as leading silence. A block in another format than the one announced gives Error and length
-    /// 0.
+    /// as leading silence. A block in another format than the one announced gives
+    /// Error and length 0.
     ///
-    /// Thread: capture thread. Allocates nothing once blocks have reached their usual length, locks
-    /// nothing.
+    /// Thread: capture thread. Allocates nothing once blocks have reached their
+    /// usual length, locks nothing.
     virtual ConverterStatus convert(AudioBuffer& output, ConverterInput& input) noexcept = 0;
 };
 

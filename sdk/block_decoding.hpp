@@ -13,8 +13,8 @@ namespace sorvel {
 /// The decoder behind `CPP_wrapper`.
 std::unique_ptr<Decoder> makeModemDecoder();
 
-/// From one captured block to the text it completes: conversion to 96 kHz, decoding, bytes to
-/// characters.
+/// From one captured block to the text it completes: conversion to 96 kHz,
+/// decoding, bytes to characters.
 ///
 /// Made at every start of listening, with all the memory it needs; used on the capture thread.
 class BlockDecoding {
@@ -25,8 +25,8 @@ public:
     /// @return the text, or an empty view if this block completed none; valid until the next call
     ///
     /// Allocates for a block longer than every one before (100 ms are there from the start),
-    /// otherwise never; a fault prints one line when it first shows, not for each block that has
-    /// it.
+    /// otherwise never; a fault prints one line when it first shows, not for each
+    /// block that has it.
     std::string_view hear(const AudioBuffer& block);
 
 private:

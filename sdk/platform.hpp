@@ -13,8 +13,8 @@
 /// own memory.
 ///
 /// The library `sorvel_platform` implements it for Linux, `PushCapture` takes sound from the
-/// application, tests fake it. Take `defaultPlatform()`, exchange single parts, hand the result to
-/// SorvelUBM.
+/// application, tests fake it. Take `defaultPlatform()`, exchange single parts, hand
+/// the result to SorvelUBM.
 namespace sorvel {
 
 /// Runs tasks later, one at a time, in the order they came.

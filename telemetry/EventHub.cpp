@@ -81,8 +81,8 @@ struct Hosts {
     std::string event = SORVEL_EVENT_HOST;
 };
 
-/// The hosts in use, readable without a lock. Earlier ones are kept: a sender may still be reading
-/// them.
+/// The hosts in use, readable without a lock. Earlier ones are kept: a sender may
+/// still be reading them.
 class Settings {
 public:
     Settings() {

@@ -43,8 +43,8 @@ public:
     static bool setTokenHost(const std::string& host);
     static bool setEventHost(const std::string& host);
 
-    /// Switches telemetry off or on again (on at first), for everything not yet handed to the
-    /// session.
+    /// Switches telemetry off or on again (on at first), for everything not yet
+    /// handed to the session.
     static void turnOff() noexcept;
     static void turnOn() noexcept;
 

@@ -64,8 +64,8 @@ void printLine(std::string_view line);
 /// as '?'.
 void printError(std::string_view text);
 
-/// A line on standard error that is written over again and again, when that is a terminal; else
-/// nothing.
+/// A line on standard error that is written over again and again, when that is
+/// a terminal; else nothing.
 class StatusLine {
 public:
     StatusLine();

@@ -40,8 +40,8 @@ constexpr const char* kFooter =
     "  sorvel demo --seed 7 -o air.wav && sorvel listen air.wav --prefix acme\n"
     "The same seed gives the same sound. Exit status: 0 the text was heard, 1 it was not.";
 
-/// What a microphone would pick up, at 48 kHz: a second of noise, the transmission, a second of
-/// noise.
+/// What a microphone would pick up, at 48 kHz: a second of noise, the transmission,
+/// a second of noise.
 std::vector<float> throughTheAir(std::uint32_t seed) {
     const std::vector<float> waveform = transmission(kText, 50);
     std::vector<float> sound(waveform.size() + std::size_t{2} * kTransmissionRate_hz);

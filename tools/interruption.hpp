@@ -8,8 +8,7 @@
 namespace sorvel {
 
 /// While one lives, the first SIGINT, SIGTERM or SIGHUP is a request to end, which `signal()` tells,
-/// and the second ends the process at once. What was ignored from the start, as under nohup, stays
-/// ignored.
+/// and the second ends the process at once. What was ignored from the start, as under nohup, stays so.
 /// One at a time.
 class Interruption {
 public:

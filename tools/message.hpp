@@ -1,5 +1,5 @@
-/// Messages of 1 to 140 bytes between markers: their sound, and the path from a recording back to
-/// them.
+/// Messages of 1 to 140 bytes between markers: their sound, and the path from a
+/// recording back to them.
 #pragma once
 
 #include "modem/ggwave.h"

@@ -1,5 +1,5 @@
-/// What the receivers of texts and of messages share: the way from a recording's samples to their
-/// rate.
+/// What the receivers of texts and of messages share: the way from a recording's
+/// samples to their rate.
 #pragma once
 
 #include "platform/rate_converter.hpp"

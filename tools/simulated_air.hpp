@@ -1,5 +1,5 @@
-/// What happens to a transmission between loudspeaker and microphone, for the demonstration and for
-/// tests.
+/// What happens to a transmission between loudspeaker and microphone, for the
+/// demonstration and for tests.
 ///
 /// Sound is a run of floats of full scale 1.0. Whatever is random follows from its seed alone.
 /// Nothing here is meant for real time: every function allocates its result.

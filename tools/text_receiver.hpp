@@ -18,19 +18,19 @@ namespace sorvel {
 
 struct Heard {
     std::string text;
-    double time_s =
-        0.0; ///< from the recording's start to the end of the 100 ms in which the text was complete
+    /// From the recording's start to the end of the 100 ms in which the text was complete.
+    double time_s = 0.0;
 };
 
-/// Which of the deliveries count. The decoder reports a text some two times, and more while one
-/// repeats.
+/// Which of the deliveries count. The decoder reports a text some two times, and
+/// more while one repeats.
 enum class Repeats : std::uint8_t {
     Drop,  ///< within one second of the last one that counted, whatever its text
     Report ///< all
 };
 
-/// A platform's decoder for a listener without a prefix: every text, not only those that begin with
-/// one.
+/// A platform's decoder for a listener without a prefix: every text, not only those
+/// that begin with one.
 std::unique_ptr<Decoder> decoderOfEveryText();
 
 /// Runs a SorvelUBM over recordings, as fast as they can be read.

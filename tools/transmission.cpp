@@ -11,8 +11,8 @@ namespace sorvel {
 
 namespace {
 
-/// The whole character at `at`, which in UTF-8 may be several bytes; what cannot be printed by its
-/// number.
+/// The whole character at `at`, which in UTF-8 may be several bytes; what cannot be
+/// printed by its number.
 std::string shownCharacter(std::string_view text, std::size_t at) {
     const auto byte = static_cast<unsigned char>(text[at]);
     if (byte < 0x20 || byte == 0x7F) return "character " + std::to_string(byte);

@@ -218,8 +218,8 @@ TEST(ReedSolomon, FindsTheCodeWordWithinTwoBytesOrNone) {
     EXPECT_GT(none, 500);
 }
 
-// Words damaged just within what can be corrected, a little beyond, and mere noise; every other one with
-// erasures.
+// Words damaged just within what can be corrected, a little beyond, and mere noise; every
+// other one with erasures.
 TEST(ReedSolomon, CorrectsToTheLimitAndNeverAnswersAMessageBeyondIt) {
     RandomBytes random;
     size_t answers = 0, answersBesideErasures = 0;

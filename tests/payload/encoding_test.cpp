@@ -92,8 +92,8 @@ TEST(Encoding, NoticesAnySingleBitExceptBehindTheText) {
         for (size_t bit = 0; bit < 8 * sent.size(); ++bit) {
             Payload received = sent;
             received[bit / 8] = static_cast<char>(received[bit / 8] ^ (0x80 >> bit % 8));
-            // A single bit in the zeros behind the text makes a code of 1 to 32, which has a
-            // character.
+            // A single bit in the zeros behind the text makes a code of 1 to 32,
+            // which has a character.
             const bool behind = bit >= 8 + 6 * (1 + text.size());
             EXPECT_EQ(unpacked(received), behind ? text : "ERROR") << text << ", bit " << bit;
         }

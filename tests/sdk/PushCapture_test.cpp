@@ -155,8 +155,8 @@ TEST_F(PushCaptureTest, ATapIsRemovedAsSoonAsItsBlockIsHeard) {
     EXPECT_EQ(done.wait_for(std::chrono::seconds(20)), std::future_status::ready);
 }
 
-// For the thread sanitizer above all: one thread captures, one starts, stops and replaces the
-// callback.
+// For the thread sanitizer above all: one thread captures, one starts, stops
+// and replaces the callback.
 TEST_F(PushCaptureTest, StartsStopsAndCallbacksMayMeetCapturedSoundAtAnyMoment) {
     PushCapture capture(48000.0, 1, m_fake.platform);
     SorvelUBM listener("acme", capture.platform());

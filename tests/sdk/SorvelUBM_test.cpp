@@ -50,8 +50,8 @@ protected:
         return std::exchange(m_heard, {});
     }
 
-    /// The posts since the last call, in short: "Success Initialisation", "Microphone On", "Decode
-    /// Decoded".
+    /// The posts since the last call, in short: "Success Initialisation",
+    /// "Microphone On", "Decode Decoded".
     std::vector<std::string> events() {
         std::vector<std::string> kinds;
         std::size_t tokenRequests = 0;

@@ -86,8 +86,8 @@ private:
     std::deque<std::function<void()>> m_tasks;
 };
 
-/// Answers every GET with the given token at once, on the calling thread; without one, answers
-/// nothing.
+/// Answers every GET with the given token at once, on the calling thread;
+/// without one, answers nothing.
 class Http final : public sorvel::HttpSession {
 public:
     void submit(sorvel::HttpRequest request, Completion completion) override {

@@ -10,8 +10,8 @@
 #include <vector>
 
 /// A sound card for tests: a sound server of their own, with a null sink called "air" whose monitor
-/// is the only, and so the default, source. What is played into the sink is captured from the
-/// monitor.
+/// is the only, and so the default, source. What is played into the sink is
+/// captured from the monitor.
 ///
 /// From its construction on, the environment of this process and its children leads sound to it and
 /// to nothing else: no server of the user's, no device, no settings.

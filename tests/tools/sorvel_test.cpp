@@ -1,5 +1,5 @@
-// The built program, used as a user would: through a shell, with sox as the world's other audio
-// program.
+// The built program, used as a user would: through a shell, with sox as the
+// world's other audio program.
 
 #include "tests/tools/run_sorvel.hpp"
 
