@@ -251,8 +251,9 @@ void CubebCapture::State::lose(EngineEnd end, const char* how) noexcept {
         };
         lock.unlock();
         std::shared_ptr<CubebStream> ending = takeStream(line);
-        std::thread teller(std::move(tell), std::move(ending), lossLine(currentStatus()));
-        isRunning = false;
+        const std::string loss = lossLine(currentStatus());
+        isRunning = false; // before it is told: who is told looks whether it was started since
+        std::thread teller(std::move(tell), std::move(ending), loss);
         teller.detach();
     } catch (const std::exception&) { // no memory for a line, or no thread
         isRunning = false;

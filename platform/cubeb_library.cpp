@@ -86,7 +86,6 @@ std::vector<CubebInput> CubebLibrary::inputs() const {
     std::vector<CubebInput> inputs;
     const std::string chosen = isServed() ? environment("PULSE_SOURCE") : ""; // as for every client
     cubeb_device_collection listed{};
-    // An error is what a machine without a server and without a default device gives.
     if (cubeb_enumerate_devices(m_handle.get(), CUBEB_DEVICE_TYPE_INPUT, &listed) == CUBEB_OK) {
         for (std::size_t at = 0; at < listed.count; ++at) {
             const cubeb_device_info& info = listed.device[at];
@@ -102,6 +101,13 @@ std::vector<CubebInput> CubebLibrary::inputs() const {
         cubeb_device_collection_destroy(m_handle.get(), &listed);
     } else if (isServed()) {
         throw AudioDeviceError("the sound server does not list its inputs: restart it");
+    } else if (isBackend("alsa")) {
+        // The library asks for the default device's channels with parameters of which it sets only a
+        // part: what the stack holds may then pass for a request that ALSA refuses.
+        const CubebInput usual{"default", "", 0.0, kMostChannels, /*isDefault=*/true};
+        const std::vector<double> rates = ratesToTry(usual);
+        if (std::any_of(rates.begin(), rates.end(), [&](double rate_hz) { return opens(usual, rate_hz); }))
+            inputs.push_back(usual);
     }
     if (isBackend("alsa")) {
         std::ifstream table("/proc/asound/pcm");

@@ -4,9 +4,14 @@
 #include "telemetry/Event.hpp"
 #include "telemetry/EventHub.hpp"
 
+#include <array>
 #include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <exception>
 #include <mutex>
 #include <string_view>
+#include <thread>
 
 using sorvel::AudioResult;
 using sorvel::AudioSession;
@@ -18,6 +23,9 @@ namespace {
 constexpr std::uint32_t kBus = 0;
 constexpr std::uint32_t kTapFrames = 4096;
 constexpr double kGate_s = 1.0;
+/// Before each further attempt to go on with the input that has become the default one.
+constexpr std::array kPauses{std::chrono::milliseconds(200), std::chrono::milliseconds(500),
+                             std::chrono::milliseconds(1000)};
 constexpr std::string_view kNoSession = "Sorvel couldn't establish audio session";
 constexpr std::string_view kDamaged = "ERROR"; // what the payload's text says when its check byte is wrong
 
@@ -88,6 +96,8 @@ private:
     AudioResult establishSession();
     AudioResult openMicrophone();
     void loseMicrophone(sorvel::EngineEnd end, const std::string& reason);
+    void changeMicrophone(std::size_t failures);
+    bool tryAgainLater(std::size_t failures) noexcept;
     void enter(State state, const std::string& reason = {});
     void hear(BlockDecoding& decoding, const sorvel::AudioBuffer& block) noexcept;
     void deliver(std::string_view text);
@@ -104,6 +114,7 @@ private:
         std::make_shared<CallBackSlot<const std::string&>>();
     const std::shared_ptr<StateSlot> m_stateCallBack = std::make_shared<StateSlot>();
     std::mutex m_controlMutex; // one start or stop at a time; not taken on the capture thread
+    std::uint64_t m_stops = 0; // so far: an attempt left over from before a stop is none any more
     std::shared_ptr<sorvel::AudioEngine> m_audioEngine;
     std::shared_ptr<sorvel::AudioInputNode> m_mic;
     std::atomic<bool> m_micTapped = false;
@@ -188,8 +199,40 @@ void SorvelUBM::Listener::loseMicrophone(sorvel::EngineEnd end, const std::strin
     const std::lock_guard lock(m_controlMutex);
     if (!m_micTapped || m_audioEngine->isRunning()) return; // stopped or started since
     if (end == sorvel::EngineEnd::InputLost) return enter(State::Lost, reason);
-    // The microphone stays on, so this is no event.
-    if (const AudioResult opened = openMicrophone(); !opened.succeeded()) enter(State::Lost, opened.error());
+    changeMicrophone(0);
+}
+
+/// Goes on with the input that has become the default one. A sound server that is busy with the
+/// change may refuse it at first, so there are further attempts. The microphone stays on, so none
+/// of this is an event.
+void SorvelUBM::Listener::changeMicrophone(std::size_t failures) {
+    const AudioResult opened = openMicrophone();
+    if (opened.succeeded() || tryAgainLater(failures)) return;
+    enter(State::Lost, opened.error());
+}
+
+/// The main queue knows no time, so a thread waits.
+bool SorvelUBM::Listener::tryAgainLater(std::size_t failures) noexcept {
+    if (failures == kPauses.size()) return false;
+    const auto attempt = [self = weak_from_this(), stops = m_stops, failures] {
+        const auto alive = self.lock();
+        if (!alive) return;
+        const std::lock_guard lock(alive->m_controlMutex);
+        if (alive->m_stops == stops) alive->changeMicrophone(failures + 1);
+    };
+    try {
+        std::thread([queue = m_platform.mainQueue, pause = kPauses[failures], attempt] {
+            std::this_thread::sleep_for(pause);
+            try {
+                queue->async(attempt);
+            } catch (const std::exception&) {
+                return; // no memory just now: it stays lost until it is stopped
+            }
+        }).detach();
+        return true;
+    } catch (const std::exception&) { // no thread to be had
+        return false;
+    }
 }
 
 void SorvelUBM::Listener::enter(State state, const std::string& reason) {
@@ -207,6 +250,7 @@ void SorvelUBM::Listener::stopListening() {
     const std::lock_guard lock(m_controlMutex);
     if (!m_micTapped) return;
     m_status = 0;
+    ++m_stops;
     if (m_audioEngine->isRunning()) {
         m_audioEngine->stop();
         m_status = 1;

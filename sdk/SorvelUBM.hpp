@@ -65,7 +65,8 @@ public:
     /// progress line says so and nothing is changed. If the engine does not start, `status()` is -1
     /// and `micTapped()` true: stop, and try again.
     ///
-    /// When another microphone becomes the default one, listening goes on there.
+    /// When another microphone becomes the default one, listening goes on there: where that fails at
+    /// first, attempts within some two seconds are no change of state.
     void startListening();
     /// Closes the microphone; no effect if it is closed. Once this returns, no more texts are
     /// heard; one heard before may still wait in the main queue.

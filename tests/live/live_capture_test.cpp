@@ -278,11 +278,13 @@ TEST_F(LiveCapture, NoticesThatTheServerDiedBeforeItGaveAnySound) {
 TEST_F(LiveCapture, MayBeStoppedAndDestroyedByWhoIsToldOfItsEnd) {
     struct Stopping final : ProgressLines {
         void line(std::string_view) noexcept override {
+            wasRunning = capture->isRunning();
             capture->stop();
             capture.reset();
             isDone = true;
         }
         std::shared_ptr<CubebCapture> capture;
+        bool wasRunning = false;
         std::atomic<bool> isDone = false;
     };
     SoundServer server(Kind::PulseAudio, 48000);
@@ -291,6 +293,7 @@ TEST_F(LiveCapture, MayBeStoppedAndDestroyedByWhoIsToldOfItsEnd) {
     ASSERT_TRUE(lines->capture->start().succeeded());
     server.kill();
     EXPECT_TRUE(becomes([&] { return lines->isDone.load(); }));
+    EXPECT_FALSE(lines->wasRunning); // else who is told takes it for one that was started since
 }
 
 TEST_F(LiveCapture, LeavesStandardErrorToTheRestOfTheProgramWhileItStarts) {

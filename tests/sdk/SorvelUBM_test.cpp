@@ -4,10 +4,12 @@
 #include "tests/support/allocation_count.hpp"
 #include "tests/support/fake_platform.hpp"
 
+#include <chrono>
 #include <cmath>
 #include <gmock/gmock.h>
 #include <limits>
 #include <stdexcept>
+#include <thread>
 
 namespace {
 
@@ -294,11 +296,55 @@ TEST_F(SorvelUBMTest, TakesTheInputsRateAnewAtEachStartAndWhenTheDefaultInputCha
     EXPECT_THAT(heard("acme_2"), ElementsAre("acme_2"));
     EXPECT_THAT(events(), ElementsAre("Decode Decoded")); // the microphone was on all the time
     EXPECT_THAT(m_fake.lines->take(), IsEmpty());
+    made.stopListening();
+}
+
+TEST_F(SorvelUBMTest, TriesAFewTimesToGoOnWithANewDefaultInputBeforeItIsLost) {
+    using State = SorvelUBM::State;
+    std::vector<State> told;
+    SorvelUBM made = listening();
+    m_fake.queue->runAll();
+    made.setStateCallBack([&](State state, const std::string&) { told.push_back(state); });
+    const auto startsOnceChanged = [&](int starts) { // from when the default input changes
+        m_fake.engine->starts = 0;
+        m_fake.engine->end(sorvel::EngineEnd::InputChanged, "another one is");
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (told.empty() && m_fake.engine->starts < starts && std::chrono::steady_clock::now() < until) {
+            m_fake.queue->runAll();
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        return m_fake.engine->starts;
+    };
+    m_fake.engine->startsThatFail = 2;
+    EXPECT_EQ(startsOnceChanged(3), 3);
+    EXPECT_TRUE(m_fake.engine->runs);
+    EXPECT_EQ(made.status(), 1);
+    EXPECT_EQ(made.reason(), "");
+    EXPECT_THAT(heard("acme_1"), ElementsAre("acme_1"));
+    EXPECT_THAT(events(), ElementsAre("Decode Decoded"));
 
     m_fake.engine->failsToStart = true;
-    m_fake.engine->end(sorvel::EngineEnd::InputChanged, "another one is");
+    EXPECT_EQ(startsOnceChanged(1), 1);
+    made.stopListening(); // and so it ends before its next attempt
+    made.startListening();
     m_fake.queue->runAll();
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    m_fake.queue->runAll();
+    EXPECT_EQ(m_fake.engine->starts, 2);
+    EXPECT_THAT(std::exchange(told, {}), ElementsAre(State::Stopped, State::Failed));
+    made.stopListening();
+
+    m_fake.engine->failsToStart = false;
+    made.startListening();
+    m_fake.queue->runAll();
+    told.clear();
+    events();
+    m_fake.engine->failsToStart = true;
+    const int attempts = startsOnceChanged(100); // until it is told
+    EXPECT_TRUE(attempts > 1 && attempts < 10) << attempts;
+    EXPECT_THAT(told, ElementsAre(State::Lost));
     EXPECT_EQ(made.reason(), "fails");
+    EXPECT_THAT(events(), IsEmpty());
     made.stopListening();
 }
 

@@ -138,6 +138,8 @@ private:
 class Engine final : public sorvel::AudioEngine, public sorvel::AudioInputNode {
 public:
     bool failsToStart = false;
+    int startsThatFail = 0; ///< before the first that does not
+    int starts = 0;         ///< so far
     std::atomic<bool> runs = false;
     std::uint32_t tapFrames = 0;
     int taps = 0; ///< installed so far
@@ -147,7 +149,8 @@ public:
     std::shared_ptr<sorvel::AudioInputNode> inputNode() noexcept override { return self.lock(); }
     bool isRunning() const noexcept override { return runs; }
     sorvel::AudioResult start() noexcept override {
-        if (failsToStart) return sorvel::AudioResult::failure("fails");
+        ++starts;
+        if (failsToStart || startsThatFail-- > 0) return sorvel::AudioResult::failure("fails");
         runs = true;
         return sorvel::AudioResult::success();
     }
