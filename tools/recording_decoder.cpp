@@ -21,8 +21,7 @@ struct OwnRate {
 };
 constexpr std::array kOwnRates{
     OwnRate{48000, 5120 },
-    OwnRate{96000, 10240},
-    OwnRate{44100, 4410 }
+    OwnRate{96000, 10240}
 };
 
 const OwnRate& rateFor(double sampleRate_hz) {

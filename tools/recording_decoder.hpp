@@ -18,9 +18,8 @@ struct Heard {
     double time_s = 0.0;
 };
 
-/// Feeds recordings to a modem of its own, as floats: at 44.1, 48 and 96 kHz at their own rate, which hears
-/// as well as the way of a microphone, through 16 bits at 96 kHz, and takes a fraction of its time
-/// (bench/recording_ways); others are converted to 48 kHz.
+/// Feeds recordings to a modem of its own, as floats: of 48 and 96 kHz at their own rate, of others converted
+/// to 48 kHz, rather than through 16 bits at 96 kHz as a microphone.
 ///
 /// Any number may be at work, each on a thread of its own; 0.4 MB each.
 class RecordingDecoder : public RecordingReceiver {
