@@ -31,7 +31,7 @@ void Polyphase(benchmark::State& state) {
     if (!filter) return state.SkipWithError("no such ratio");
     const std::vector<float> in = block(from);
     std::vector<float> out(to / 10 + 10);
-    for (auto each : state) benchmark::DoNotOptimize(filter->process(in, out));
+    while (state.KeepRunning()) benchmark::DoNotOptimize(filter->process(in, out));
     setPace(state);
 }
 
@@ -42,7 +42,7 @@ void Speex(benchmark::State& state) {
                              static_cast<spx_uint32_t>(state.range(1)), kQuality, &error);
     const std::vector<float> in = block(static_cast<double>(state.range(0)));
     std::vector<float> out(static_cast<std::size_t>(state.range(1)) / 10 + 10);
-    for (auto each : state) {
+    while (state.KeepRunning()) {
         auto consumed = static_cast<spx_uint32_t>(in.size()),
              produced = static_cast<spx_uint32_t>(out.size());
         speex_resampler_process_float(filter, 0, in.data(), &consumed, out.data(), &produced);

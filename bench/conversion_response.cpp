@@ -57,7 +57,8 @@ int main(int argc, char** argv) {
     std::string tones, rests;
     double flatness_db = 0.0, worst_db = -300.0;
     char point[48];
-    for (double frequency_hz = 50.0; frequency_hz < 22050.0; frequency_hz += 100.0) {
+    for (int whole_hz = 50; whole_hz < 22050; whole_hz += 100) {
+        const double frequency_hz = whole_hz;
         const auto [tone_db, rest_db] = response(frequency_hz);
         if (frequency_hz <= 19500.0) {
             flatness_db = std::max(flatness_db, std::fabs(tone_db));
