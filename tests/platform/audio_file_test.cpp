@@ -44,6 +44,7 @@ TEST_F(AudioFileTest, RoundsToTheNearestLevelAndClips) {
     const std::vector<float> levels{0,        0.4F,  0.6F,      -0.4F,  -0.6F, 1.4F,
                                     32766.6F, 40000, -32767.6F, -40000, NAN};
     std::vector<float> samples;
+    samples.reserve(levels.size());
     for (const float level : levels) samples.push_back(level * kStep);
     written(samples, StoredFormat::I16);
     std::vector<float> expected;

@@ -171,7 +171,7 @@ TEST(LiveRateConverter, LosesTheOldestMillisecondsWhereTooLittleIsAskedFor) {
         // Between blocks, as behind the oldest there is no gap.
         ASSERT_TRUE(step == 1.0F || (step == 97.0F && i % out.size() == 0)) << step << " at " << i;
     }
-    EXPECT_NEAR(losses, 100 * 20 / 96, 2);
+    EXPECT_NEAR(losses, 100 * 20 / 96.0, 2);
 }
 
 TEST(Samples, BecomeMonoAnd16BitWithoutHarmFromAnyFloat) {
