@@ -2,6 +2,7 @@
 
 #include "platform/rate_converter.hpp"
 #include "platform/signals.hpp"
+#include "platform/sound_file_functions.hpp"
 
 #include <algorithm>
 #include <array>
@@ -15,7 +16,6 @@
 #include <filesystem>
 #include <limits>
 #include <random>
-#include <sndfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -49,7 +49,7 @@ private:
 };
 
 struct CloseSound {
-    void operator()(SNDFILE* sound) const { sf_close(sound); }
+    void operator()(SNDFILE* sound) const { soundFileFunctions().close(sound); }
 };
 using Sound = std::unique_ptr<SNDFILE, CloseSound>;
 
@@ -106,6 +106,7 @@ struct AudioFileReader::Source {
     Descriptor file; // outlives `sound`
     SF_INFO info{};
     bool isSeekable = false;
+    bool isWhole = false; // stored as whole numbers, so that all samples are within full scale
     Sound sound;
     std::vector<float> interleaved;
     std::string damage; // the library's words for it, once it was met
@@ -129,6 +130,19 @@ void checkFormat(const std::string& path, const SF_INFO& info) {
                    "a rate of " + std::to_string(info.samplerate) + " Hz, 8000 to 384000 Hz are possible");
 }
 
+bool isWhole(int format) {
+    switch (format & SF_FORMAT_SUBMASK) {
+    case SF_FORMAT_PCM_S8:
+    case SF_FORMAT_PCM_U8:
+    case SF_FORMAT_PCM_16:
+    case SF_FORMAT_PCM_24:
+    case SF_FORMAT_PCM_32:
+        return true;
+    default:
+        return false;
+    }
+}
+
 } // namespace
 
 AudioFileReader::AudioFileReader(const std::string& path, const std::optional<RawAudio>& raw) {
@@ -149,7 +163,7 @@ AudioFileReader::AudioFileReader(const std::string& path, const std::optional<Ra
         info.format = SF_FORMAT_RAW | SF_ENDIAN_LITTLE | soundFormat(raw->format);
         checkFormat(path, info);
     }
-    m_source->sound.reset(sf_open_fd(descriptor, SFM_READ, &info, SF_FALSE));
+    m_source->sound.reset(soundFileFunctions().open_fd(descriptor, SFM_READ, &info, SF_FALSE));
     if (!m_source->sound)
         cannotRead(path, m_source->isSeekable
                              ? "no sound in a known format, or a damaged one; samples without a "
@@ -157,7 +171,9 @@ AudioFileReader::AudioFileReader(const std::string& path, const std::optional<Ra
                              : "no WAV stream; other formats have to come as files, samples "
                                "without a header as raw");
     checkFormat(path, info);
-    m_source->interleaved.resize(kPiece_frames * static_cast<std::size_t>(info.channels));
+    m_source->isWhole = isWhole(info.format);
+    if (info.channels > 1)
+        m_source->interleaved.resize(kPiece_frames * static_cast<std::size_t>(info.channels));
 }
 
 AudioFileReader::~AudioFileReader() = default;
@@ -177,16 +193,24 @@ std::size_t AudioFileReader::read(std::span<float> mono) {
     const auto channels = static_cast<std::size_t>(m_source->info.channels);
     std::size_t done = 0;
     while (done < mono.size()) {
-        const std::size_t wanted = std::min(mono.size() - done, kPiece_frames);
-        const sf_count_t got = sf_readf_float(m_source->sound.get(), m_source->interleaved.data(),
-                                              static_cast<sf_count_t>(wanted));
+        const std::size_t wanted =
+            channels == 1 ? mono.size() - done : std::min(mono.size() - done, kPiece_frames);
+        // One channel is read to where it is wanted.
+        float* const target = channels == 1 ? mono.data() + done : m_source->interleaved.data();
+        const sf_count_t got =
+            soundFileFunctions().readf_float(m_source->sound.get(), target, static_cast<sf_count_t>(wanted));
         const std::size_t frames = std::min(wanted, static_cast<std::size_t>(std::max<sf_count_t>(got, 0)));
         // Asked at once: the library forgets an error when it is called again.
-        if (frames < wanted && m_source->damage.empty() && sf_error(m_source->sound.get()) != SF_ERR_NO_ERROR)
-            m_source->damage = sf_strerror(m_source->sound.get());
+        if (frames < wanted && m_source->damage.empty() &&
+            soundFileFunctions().error(m_source->sound.get()) != SF_ERR_NO_ERROR)
+            m_source->damage = soundFileFunctions().strerror(m_source->sound.get());
         if (frames == 0) break;
-        mixToMono(std::span(m_source->interleaved).first(frames * channels), channels,
-                  mono.subspan(done, frames));
+        if (channels == 1) {
+            if (!m_source->isWhole) tame(mono.subspan(done, frames));
+        } else {
+            mixToMono(std::span(m_source->interleaved).first(frames * channels), channels,
+                      mono.subspan(done, frames));
+        }
         done += frames;
     }
     // What was read before the damage is handed out first.
@@ -323,8 +347,8 @@ public:
         info.samplerate = sampleRate_hz;
         info.channels = 1;
         info.format = SF_FORMAT_WAV | soundFormat(format);
-        m_sound.reset(sf_open_fd(m_file.number(), SFM_WRITE, &info, SF_FALSE));
-        if (!m_sound) fail(sf_strerror(nullptr));
+        m_sound.reset(soundFileFunctions().open_fd(m_file.number(), SFM_WRITE, &info, SF_FALSE));
+        if (!m_sound) fail(soundFileFunctions().strerror(nullptr));
     }
     ~NewFile() override {
         m_sound.reset();
@@ -335,11 +359,12 @@ public:
 
     void write(std::span<const std::byte> bytes) override {
         const auto size = static_cast<sf_count_t>(bytes.size());
-        if (sf_write_raw(m_sound.get(), bytes.data(), size) != size) fail(sf_strerror(m_sound.get()));
+        if (soundFileFunctions().write_raw(m_sound.get(), bytes.data(), size) != size)
+            fail(soundFileFunctions().strerror(m_sound.get()));
     }
     void finish() override {
-        if (const int error = sf_close(m_sound.release()); error != SF_ERR_NO_ERROR)
-            fail(sf_error_number(error));
+        if (const int error = soundFileFunctions().close(m_sound.release()); error != SF_ERR_NO_ERROR)
+            fail(soundFileFunctions().error_number(error));
         keepMode();
         const AllSignalsBlocked blocked; // until the name below is gone again
         if (m_temporary.empty() && !giveName()) fail(systemReason(errno));

@@ -58,7 +58,11 @@ struct ResamplingFilter::State {
 
 ResamplingFilter::ResamplingFilter(double from_hz, double to_hz)
     : m_ratio(static_cast<double>(steps(to_hz)) / static_cast<double>(steps(from_hz))) {
-    if (steps(from_hz) != steps(to_hz)) m_state = std::make_unique<State>(steps(from_hz), steps(to_hz));
+    if (steps(from_hz) == steps(to_hz)) return;
+    // To a whole multiple the library takes a sixth less time, and is as good.
+    const bool isMultiple = steps(to_hz) % steps(from_hz) == 0;
+    if (!isMultiple) m_polyphase = PolyphaseFilter::make(steps(from_hz), steps(to_hz));
+    if (!m_polyphase) m_state = std::make_unique<State>(steps(from_hz), steps(to_hz));
 }
 
 ResamplingFilter::~ResamplingFilter() = default;
@@ -66,6 +70,7 @@ ResamplingFilter::ResamplingFilter(ResamplingFilter&&) noexcept = default;
 ResamplingFilter& ResamplingFilter::operator=(ResamplingFilter&&) noexcept = default;
 
 Converted ResamplingFilter::process(std::span<const float> in, std::span<float> out) noexcept {
+    if (m_polyphase) return m_polyphase->process(in, out);
     if (!m_state) {
         const std::size_t n = std::min(in.size(), out.size());
         std::copy_n(in.begin(), n, out.begin());
@@ -85,6 +90,7 @@ Converted ResamplingFilter::process(std::span<const float> in, std::span<float> 
 }
 
 void ResamplingFilter::skipLatency() noexcept {
+    if (m_polyphase) m_polyphase->skipLatency();
     if (m_state) speex_resampler_skip_zeros(m_state->handle);
 }
 
@@ -206,6 +212,8 @@ void mixToMono(std::span<const float> interleaved, std::size_t channels, std::sp
         mono[frame] = sum * share;
     }
 }
+
+void tame(std::span<float> samples) noexcept { mix<1>(samples.data(), samples); }
 
 std::int16_t toInt16(float sample) noexcept { return rounded(sample); }
 

@@ -4,14 +4,10 @@
 ///   - `RateConverter` is for recordings: every sample comes out, none shifted in time.
 ///   - `LiveRateConverter` is for capture: every block of output is filled, from the first one on.
 ///
-/// Both use a Kaiser-windowed sinc of 80 taps (more when the rate falls, in proportion). Measured
-/// in the band from 18.0 to 19.5 kHz, with all that is not the tone below -100 dB of it:
-///
-///   | from          | to   | level, dB                       |
-///   |---------------|------|---------------------------------|
-///   | 44.1 kHz      | 96   | -0.08 at 19.5 kHz, else 0.00    |
-///   | 48, 192 kHz   | 96   | 0.00                            |
-///   | 48 kHz        | 44.1 | -0.56 at 19.5 kHz, 0.00 at 18.8 |
+/// Most ratios go through a PolyphaseFilter: from 44.1 to 96 kHz flat within 0.001 dB up to 19.5 kHz, all
+/// that is not the tone below -105 dB of it. What rises to a whole multiple, or has no ratio of small
+/// numbers, goes through speexdsp's Kaiser-windowed sinc of 80 taps (more when the rate falls, in
+/// proportion): from 48 kHz 0.00 dB and below -100 dB in the band.
 ///
 /// Equal rates are copied.
 ///
@@ -19,23 +15,20 @@
 /// nothing locks.
 #pragma once
 
+#include "platform/polyphase_filter.hpp"
 #include "sdk/audio.hpp"
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
 namespace sorvel {
 
-/// What one step took and gave, in samples.
-struct Converted {
-    std::size_t consumed = 0;
-    std::size_t produced = 0;
-};
-
-/// The library's filter for one channel; latency is the caller's business.
+/// The filter for one channel: a PolyphaseFilter where the ratio allows it, else speexdsp's; latency is the
+/// caller's business.
 class ResamplingFilter {
 public:
     /// @throws std::invalid_argument, one line, for a rate outside kLowestSampleRate_hz to
@@ -54,7 +47,8 @@ public:
 
 private:
     struct State;
-    std::unique_ptr<State> m_state; // null: equal rates
+    std::optional<PolyphaseFilter> m_polyphase;
+    std::unique_ptr<State> m_state; // the library's. Neither: equal rates
     double m_ratio;
 };
 
@@ -79,8 +73,8 @@ private:
 /// Converts captured blocks, each to an output block of the length the caller wants, which is
 /// always filled.
 ///
-/// The latency comes out as leading silence: half the filter (40 input samples while the rate rises
-/// or stays), and the 1 ms that is kept in hand so that blocks of uneven length (11025 Hz: 1102 and
+/// The latency comes out as leading silence: half the filter (32 or 40 input samples while the
+/// rate rises), and the 1 ms that is kept in hand so that blocks of uneven length (11025 Hz: 1102 and
 /// 1103 samples in 100 ms) still fill theirs. A caller whose blocks ask for less than the input
 /// yields loses the surplus in pieces of 1 ms; one that asks for more gets silence
 /// for what is missing.
@@ -108,6 +102,9 @@ private:
 ///
 /// @param interleaved  mono.size() * channels samples
 void mixToMono(std::span<const float> interleaved, std::size_t channels, std::span<float> mono) noexcept;
+
+/// The same for one channel, in place.
+void tame(std::span<float> samples) noexcept;
 
 /// Nearest 16-bit level of a sample of full scale 1.0; beyond it the highest or lowest, 0 for NaN.
 std::int16_t toInt16(float sample) noexcept;
