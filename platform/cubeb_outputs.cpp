@@ -19,33 +19,47 @@ std::string text(const char* characters) { return characters != nullptr ? charac
 long giveNothing(cubeb_stream*, void*, const void*, void*, long) { return 0; }
 void noteNothing(cubeb_stream*, void*, cubeb_state) {}
 
+/// What the library lists.
+std::vector<CubebOutput> listed(const CubebLibrary& library) {
+    const bool isServed = library.isServed();
+    const std::string chosen = isServed ? text(std::getenv("PULSE_SINK")) : ""; // as for every client
+    std::vector<CubebOutput> outputs;
+    cubeb_device_collection found{};
+    if (cubeb_enumerate_devices(library.handle(), CUBEB_DEVICE_TYPE_OUTPUT, &found) != CUBEB_OK) {
+        if (isServed) throw AudioDeviceError("the sound server does not list its outputs: restart it");
+        return outputs;
+    }
+    for (std::size_t at = 0; at < found.count; ++at) {
+        const cubeb_device_info& info = found.device[at];
+        CubebOutput output{text(info.device_id), text(info.friendly_name), 1.0 * info.default_rate,
+                           isServed ? 1 : std::clamp(info.max_channels, 1U, kMostChannels)};
+        output.isDefault =
+            chosen.empty() ? (info.preferred & CUBEB_DEVICE_PREF_MULTIMEDIA) != 0 : output.name == chosen;
+        if (output.description == output.name) output.description.clear();
+        outputs.push_back(std::move(output));
+    }
+    cubeb_device_collection_destroy(library.handle(), &found);
+    return outputs;
+}
+
+/// The library's own list holds "default" alone, and now and then nothing, as it reads memory that
+/// it has not set. So that one is opened to see whether it is there.
+std::vector<CubebOutput> alsaOutputs(const CubebLibrary& library) {
+    std::ifstream table("/proc/asound/pcm");
+    std::vector<CubebOutput> outputs = alsaDevices(table, "playback");
+    CubebOutput standard{"default", "", 0.0, kMostChannels};
+    standard.isDefault = true;
+    const std::vector<double> rates_hz = library.ratesToTry(standard);
+    if (std::any_of(rates_hz.begin(), rates_hz.end(),
+                    [&](double rate_hz) { return opens(library, standard, rate_hz); }))
+        outputs.push_back(std::move(standard));
+    return outputs;
+}
+
 } // namespace
 
 std::vector<CubebOutput> outputs(const CubebLibrary& library) {
-    std::vector<CubebOutput> outputs;
-    const bool isServed = library.isServed(), isAlsa = library.isBackend("alsa");
-    const std::string chosen = isServed ? text(std::getenv("PULSE_SINK")) : ""; // as for every client
-    cubeb_device_collection listed{};
-    // An error is what a machine without a server and without a default device gives.
-    if (cubeb_enumerate_devices(library.handle(), CUBEB_DEVICE_TYPE_OUTPUT, &listed) == CUBEB_OK) {
-        for (std::size_t at = 0; at < listed.count; ++at) {
-            const cubeb_device_info& info = listed.device[at];
-            CubebOutput output{text(info.device_id), text(info.friendly_name),
-                               isAlsa ? 0.0 : info.default_rate, // always told to be 44100 there
-                               isServed ? 1 : std::clamp(info.max_channels, 1U, kMostChannels)};
-            output.isDefault =
-                chosen.empty() ? (info.preferred & CUBEB_DEVICE_PREF_MULTIMEDIA) != 0 : output.name == chosen;
-            if (output.description == output.name) output.description.clear();
-            outputs.push_back(std::move(output));
-        }
-        cubeb_device_collection_destroy(library.handle(), &listed);
-    } else if (isServed) {
-        throw AudioDeviceError("the sound server does not list its outputs: restart it");
-    }
-    if (isAlsa) {
-        std::ifstream table("/proc/asound/pcm");
-        for (CubebOutput& output : alsaDevices(table, "playback")) outputs.push_back(std::move(output));
-    }
+    std::vector<CubebOutput> outputs = library.isBackend("alsa") ? alsaOutputs(library) : listed(library);
     std::sort(outputs.begin(), outputs.end(), [](const CubebOutput& a, const CubebOutput& b) {
         return std::make_tuple(!a.isDefault, a.name) < std::make_tuple(!b.isDefault, b.name);
     });
