@@ -346,7 +346,7 @@ TEST_F(Sorvel, DemonstratesItselfInEveryRoom) {
 
 TEST_F(Sorvel, ExplainsItself) {
     EXPECT_THAT(shell("sorvel --version").out, testing::MatchesRegex("sorvel [0-9]+\\.[0-9]+\\.[0-9]+\n"));
-    for (const std::string command : {"", "send", "listen", "demo"})
+    for (const std::string command : {"", "send", "listen", "check", "demo"})
         EXPECT_THAT(shell("sorvel " + command + " --help").out,
                     AllOf(HasSubstr("Usage:"), HasSubstr("Examples:")));
 }
