@@ -22,7 +22,6 @@ namespace {
 
 // More are seldom microphones, and none of them is nearer to the sound.
 constexpr std::uint32_t kMostChannels = 2;
-constexpr const char* kNoInput = "no sound input found: connect a microphone or start the sound server";
 
 std::string text(const char* characters) { return characters != nullptr ? characters : ""; }
 
@@ -69,9 +68,9 @@ void noteNothing(cubeb_stream*, void*, cubeb_state) {}
 
 } // namespace
 
-CubebLibrary::CubebLibrary() {
+CubebLibrary::CubebLibrary(const char* none) {
     cubeb* opened = nullptr;
-    if (cubebFunctions().init(&opened, "sorvel", nullptr) != CUBEB_OK) throw AudioDeviceError(kNoInput);
+    if (cubebFunctions().init(&opened, "sorvel", nullptr) != CUBEB_OK) throw AudioDeviceError(none);
     m_handle.reset(opened);
     if (!isServed() && isTurnedAway()) throw AudioDeviceError(kServerIsSilent);
 }
@@ -149,34 +148,42 @@ bool CubebLibrary::opens(const CubebInput& input, double rate_hz) const noexcept
 }
 
 const CubebInput& chooseInput(const std::vector<CubebInput>& inputs, const std::string& device) {
-    std::vector<const CubebInput*> fitting;
-    const std::string wanted = lowerCased(device);
-    for (const CubebInput& input : inputs) {
-        if (device.empty() ? input.isDefault : input.name == device) return input;
-        if (lowerCased(input.name + '\n' + input.description).find(wanted) != std::string::npos)
-            fitting.push_back(&input);
-    }
-    if (inputs.empty()) throw AudioDeviceError(kNoInput);
-    if (device.empty())
-        throw AudioDeviceError(
-            "no input is the default one: choose one of those that 'sorvel devices' lists");
-    if (fitting.size() == 1) return *fitting.front();
-    throw AudioDeviceError((fitting.empty() ? "no input is called \"" : "several inputs are called \"") +
-                           device + "\": 'sorvel devices' lists them");
+    return chooseDevice(inputs, device, "input", kNoInput);
 }
 
-std::vector<CubebInput> alsaInputs(std::istream& table) {
-    std::vector<CubebInput> inputs;
+const CubebInput& chooseDevice(const std::vector<CubebInput>& devices, const std::string& device,
+                               const std::string& word, const char* none) {
+    std::vector<const CubebInput*> fitting;
+    const std::string wanted = lowerCased(device);
+    for (const CubebInput& each : devices) {
+        if (device.empty() ? each.isDefault : each.name == device) return each;
+        if (lowerCased(each.name + '\n' + each.description).find(wanted) != std::string::npos)
+            fitting.push_back(&each);
+    }
+    if (devices.empty()) throw AudioDeviceError(none);
+    if (device.empty())
+        throw AudioDeviceError("no " + word +
+                               " is the default one: choose one of those that 'sorvel devices' lists");
+    if (fitting.size() == 1) return *fitting.front();
+    throw AudioDeviceError(
+        (fitting.empty() ? "no " + word + " is called \"" : "several " + word + "s are called \"") + device +
+        "\": 'sorvel devices' lists them");
+}
+
+std::vector<CubebInput> alsaInputs(std::istream& table) { return alsaDevices(table, "capture"); }
+
+std::vector<CubebInput> alsaDevices(std::istream& table, const std::string& use) {
+    std::vector<CubebInput> devices;
     for (std::string line; std::getline(table, line);) {
         unsigned card = 0, device = 0;
         if (std::sscanf(line.c_str(), "%2u-%2u:", &card, &device) != 2) continue;
-        if (line.find(": capture ") == std::string::npos) continue;
+        if (line.find(": " + use + " ") == std::string::npos) continue;
         // What stands before the device converts the sample's type, and only where needed the rate.
         const std::string name = "plughw:" + std::to_string(card) + "," + std::to_string(device);
         const std::size_t from = std::min(line.find(':') + 2, line.size());
-        inputs.push_back({name, line.substr(from, line.find(" :", from) - from), 0.0, kMostChannels});
+        devices.push_back({name, line.substr(from, line.find(" :", from) - from), 0.0, kMostChannels});
     }
-    return inputs;
+    return devices;
 }
 
 void startAlone(std::function<void()> work) {

@@ -20,6 +20,10 @@
 namespace sorvel {
 
 inline constexpr const char* kServerIsSilent = "the sound server does not answer: restart it";
+inline constexpr const char* kNoInput =
+    "no sound input found: connect a microphone or start the sound server";
+inline constexpr const char* kNoOutput =
+    "no sound output found: connect a loudspeaker or start the sound server";
 
 /// In the order of preference: 48000 is what most converters run at, 96000 holds the band as well,
 /// and 44100 is the last that does.
@@ -54,8 +58,11 @@ public:
     };
     using Stream = std::unique_ptr<cubeb_stream, Close>;
 
-    /// @throws AudioDeviceError  when there is no sound system; SharedLibraryError
-    CubebLibrary();
+    /// @throws AudioDeviceError  with `none`, when there is no sound system; SharedLibraryError
+    explicit CubebLibrary(const char* none = kNoInput);
+
+    cubeb* handle() const noexcept { return m_handle.get(); }
+    bool isBackend(const char* name) const noexcept;
 
     /// Sound comes from a server, which converts to any rate and to one channel.
     bool isServed() const noexcept;
@@ -70,8 +77,6 @@ public:
     bool opens(const CubebInput& input, double rate_hz) const noexcept;
 
 private:
-    bool isBackend(const char* name) const noexcept;
-
     std::unique_ptr<cubeb, Close> m_handle;
 };
 
@@ -80,8 +85,14 @@ private:
 /// @throws AudioDeviceError  when there is no such input
 const CubebInput& chooseInput(const std::vector<CubebInput>& inputs, const std::string& device);
 
+/// The same for inputs or outputs: what messages call them, and the one that says there is none.
+const CubebInput& chooseDevice(const std::vector<CubebInput>& devices, const std::string& device,
+                               const std::string& word, const char* none);
+
 /// The inputs in Linux's table of sound devices (/proc/asound/pcm).
 std::vector<CubebInput> alsaInputs(std::istream& table);
+/// Those that do one thing: "capture" or "playback".
+std::vector<CubebInput> alsaDevices(std::istream& table, const std::string& use);
 
 /// Starts `work` on a thread of its own once no other is under way. @throws AudioDeviceError when
 /// another one has hung for 4 s

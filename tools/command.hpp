@@ -34,6 +34,7 @@ struct Command {
 
 Command addSend(CLI::App& sorvel);
 Command addListen(CLI::App& sorvel);
+Command addCheck(CLI::App& sorvel);
 Command addDemo(CLI::App& sorvel);
 Command addDevices(CLI::App& sorvel);
 Command addHash(CLI::App& sorvel);

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,19 +17,32 @@ namespace {
 constexpr const char* kFooter =
     "Examples:\n"
     "  sorvel devices\n"
-    "  sorvel devices --json | grep '\"default\":true'\n"
-    "The default input has a star. 'own rate' is the one that the input itself runs at, where that is known, "
-    "and\n"
-    "'opened at' the one that a listener uses. With --json each line is an object: name, description, "
-    "default,\n"
-    "monitor, own_rate, opened_at, rates, carries_band; rates in Hz.\n"
+    "  sorvel devices --json | grep '\"direction\":\"output\"'\n"
+    "The default ones have a star. 'own rate' is the one that the device itself runs at, where that is "
+    "known, and\n"
+    "'opened at' the one that a listener or player uses. With --json each line is an object: name, "
+    "description,\n"
+    "default, monitor (of inputs), own_rate, opened_at, rates, carries_band, direction (input or output); "
+    "rates in Hz.\n"
     "Exit status: 0 there are inputs, 1 there is none, 2 the sound system fails.";
 
 std::string hertz(double rate_hz) {
     return rate_hz > 0.0 ? std::to_string(std::lround(rate_hz)) + " Hz" : "unknown";
 }
 
-std::string jsonLine(const InputDevice& device) {
+/// What the lines of both kinds tell.
+struct Device {
+    std::string name, description;
+    bool isDefault;
+    std::optional<bool> isMonitor; // nothing: an output
+    double nativeRate_hz;
+    std::vector<int> supportedRates_hz;
+    double openedRate_hz;
+
+    const char* direction() const { return isMonitor ? "input" : "output"; }
+};
+
+std::string jsonLine(const Device& device) {
     nlohmann::ordered_json line;
     const auto rate = [](double rate_hz) {
         return rate_hz > 0.0 ? nlohmann::ordered_json(std::lround(rate_hz)) : nlohmann::ordered_json();
@@ -36,11 +50,12 @@ std::string jsonLine(const InputDevice& device) {
     line["name"] = device.name;
     line["description"] = device.description;
     line["default"] = device.isDefault;
-    line["monitor"] = device.isMonitor;
+    if (device.isMonitor) line["monitor"] = *device.isMonitor;
     line["own_rate"] = rate(device.nativeRate_hz);
-    line["opened_at"] = rate(device.captureRate_hz);
+    line["opened_at"] = rate(device.openedRate_hz);
     line["rates"] = device.supportedRates_hz;
-    line["carries_band"] = carriesBand(device.captureRate_hz);
+    line["carries_band"] = carriesBand(device.openedRate_hz);
+    line["direction"] = device.direction();
     return line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
@@ -49,16 +64,21 @@ std::string padded(std::string text, std::size_t width) {
     return text;
 }
 
-/// Columns are as wide as their longest entry; the last one, for people, is not padded.
-void printTable(const std::vector<InputDevice>& devices) {
-    std::vector<std::vector<std::string>> rows{
-        {"", "name", "own rate", "opened at", "18-19.5 kHz", "description"}
-    };
-    for (const InputDevice& device : devices)
+/// Columns are as wide as their longest entry; the last one, for people, is not padded. Outputs
+/// stand under the inputs, after a line of headings of their own.
+void printTable(const std::vector<Device>& devices) {
+    std::vector<std::vector<std::string>> rows;
+    std::string heading;
+    for (const Device& device : devices) {
+        if (heading != device.direction()) {
+            heading = device.direction();
+            rows.push_back({"", heading, "own rate", "opened at", "18-19.5 kHz", "description"});
+        }
         rows.push_back({device.isDefault ? "*" : "", device.name, hertz(device.nativeRate_hz),
-                        device.captureRate_hz > 0.0 ? hertz(device.captureRate_hz) : "busy",
-                        carriesBand(device.captureRate_hz) ? "yes" : "no", device.description});
-    std::vector<std::size_t> widths(rows.front().size());
+                        device.openedRate_hz > 0.0 ? hertz(device.openedRate_hz) : "busy",
+                        carriesBand(device.openedRate_hz) ? "yes" : "no", device.description});
+    }
+    std::vector<std::size_t> widths(6);
     for (const auto& row : rows)
         for (std::size_t at = 0; at < row.size(); ++at) widths[at] = std::max(widths[at], row[at].size());
     for (const auto& row : rows) {
@@ -69,29 +89,45 @@ void printTable(const std::vector<InputDevice>& devices) {
     }
 }
 
+std::vector<Device> allDevices() {
+    std::vector<Device> devices;
+    for (const InputDevice& device : inputDevices())
+        devices.push_back({device.name, device.description, device.isDefault, device.isMonitor,
+                           device.nativeRate_hz, device.supportedRates_hz, device.captureRate_hz});
+    for (const OutputDevice& device : outputDevices())
+        devices.push_back({device.name, device.description, device.isDefault, std::nullopt,
+                           device.nativeRate_hz, device.supportedRates_hz, device.playbackRate_hz});
+    return devices;
+}
+
 int listDevices(bool json) {
-    const std::vector<InputDevice> devices = inputDevices();
-    if (devices.empty()) {
-        printError("no sound input found: connect a microphone or start the sound server");
-        return kNothingHeard;
-    }
+    const std::vector<Device> devices = allDevices();
     if (json)
-        for (const InputDevice& device : devices) printLine(jsonLine(device));
+        for (const Device& device : devices) printLine(jsonLine(device));
     else
         printTable(devices);
-    for (const InputDevice& device : devices)
-        if (const std::string warning = rateWarning(device.captureRate_hz);
-            !warning.empty() && device.captureRate_hz > 0.0)
+    for (const Device& device : devices)
+        if (const std::string warning = rateWarning(device.openedRate_hz, device.direction());
+            !warning.empty() && device.openedRate_hz > 0.0)
             printError(device.name + ": " + warning);
-    return kDone;
+    const auto inputs = std::count_if(devices.begin(), devices.end(),
+                                      [](const Device& device) { return device.isMonitor.has_value(); });
+    if (devices.empty())
+        printError("no sound input or output found: connect a microphone or a loudspeaker, or start the "
+                   "sound server");
+    else if (inputs == 0)
+        printError("no sound input found: connect a microphone");
+    else if (static_cast<std::size_t>(inputs) == devices.size())
+        printError("no sound output found: connect a loudspeaker");
+    return inputs > 0 ? kDone : kNothingHeard;
 }
 
 } // namespace
 
 Command addDevices(CLI::App& sorvel) {
     const auto json = std::make_shared<bool>(false);
-    CLI::App* const app =
-        sorvel.add_subcommand("devices", "List the sound inputs, and which of them can carry the band");
+    CLI::App* const app = sorvel.add_subcommand(
+        "devices", "List the sound inputs and outputs, and which of them can carry the band");
     app->footer(kFooter);
     app->add_flag("--json", *json, "one JSON object per line");
     return {app, [json] { return listDevices(*json); }};

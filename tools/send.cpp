@@ -1,8 +1,10 @@
 #include "platform/audio_file.hpp"
+#include "platform/cubeb_devices.hpp"
 #include "platform/rate_converter.hpp"
 #include "tools/command.hpp"
 #include "tools/interruption.hpp"
 #include "tools/message.hpp"
+#include "tools/play.hpp"
 #include "tools/protocol_file.hpp"
 #include "tools/transmission.hpp"
 
@@ -34,6 +36,8 @@ struct SendOptions {
     std::string protocolFile;
     std::optional<int> protocol;
     std::string output;
+    bool plays = false;
+    std::string device;
     int rate_hz = kTransmissionRate_hz;
     StoredFormat format = StoredFormat::I16;
     int volume_percent = 50;
@@ -44,20 +48,22 @@ struct SendOptions {
 constexpr const char* kFooter =
     "Examples:\n"
     "  sorvel send \"acme_1234\" -o hello.wav\n"
+    "  sorvel send \"acme_1234\" --play\n"
     "  sorvel send \"acme_1234\" -o hello.wav --rate 44100 --volume 80\n"
-    "  sorvel send \"acme_1234\" --repeat 10 --gap 2 -o - | aplay\n"
+    "  sorvel send \"acme_1234\" --repeat 10 --gap 2 --play --device USB\n"
     "  sorvel send \"acme_1234\" -o - | sorvel listen - --prefix acme\n"
     "  sorvel send --message \"any bytes, up to 140\" -o long.wav\n"
     "A text lasts 3.26 s, a message 2 to 39 s. 0.1 s of silence goes before the first one and 0.3 s after "
     "the last one.\n"
-    "Play it as it is: MP3 and most messengers remove the band it uses, 18 to 19.5 kHz.";
+    "--play takes the output's own rate; SIGINT, SIGTERM and SIGHUP end it at once.\n"
+    "Play a file as it is: MP3 and most messengers remove the band it uses, 18 to 19.5 kHz.";
 
 std::uint64_t samplesIn(double seconds) {
     return static_cast<std::uint64_t>(std::llround(seconds * kTransmissionRate_hz));
 }
 
 /// Sound at 48 kHz on its way into a file of another rate.
-class Recorder {
+class Recorder final : public SoundSink {
 public:
     Recorder(const SendOptions& options, std::uint64_t samples)
         : m_converter(kTransmissionRate_hz, options.rate_hz),
@@ -66,22 +72,14 @@ public:
                        std::llround(static_cast<double>(samples) * options.rate_hz / kTransmissionRate_hz))) {
     }
 
-    void sound(std::span<const float> samples) {
+    void sound(std::span<const float> samples) override {
         while (!samples.empty()) {
             const Converted step = m_converter.convert(samples, m_piece);
             samples = samples.subspan(step.consumed);
             m_writer.write(std::span(m_piece).first(step.produced));
         }
     }
-    void silence(std::uint64_t samples) {
-        static constexpr std::array<float, 4096> kSilence{};
-        while (samples > 0) {
-            const std::size_t n = std::min<std::uint64_t>(samples, kSilence.size());
-            sound(std::span(kSilence).first(n));
-            samples -= n;
-        }
-    }
-    void finish() {
+    void finish() override {
         while (const std::size_t n = m_converter.flush(m_piece)) m_writer.write(std::span(m_piece).first(n));
         m_writer.finish();
     }
@@ -121,19 +119,56 @@ std::vector<float> soundOf(const SendOptions& options) {
                                options.protocol.value_or(protocol), options.volume_percent);
 }
 
+/// All of it in samples at 48 kHz.
+std::uint64_t length(const SendOptions& options, std::size_t waveform) {
+    return samplesIn(kLead_s) + options.repeat * waveform + (options.repeat - 1) * samplesIn(options.gap_s) +
+           samplesIn(kTail_s);
+}
+
+void give(SoundSink& sink, const SendOptions& options, std::span<const float> waveform) {
+    sink.silence(samplesIn(kLead_s));
+    for (std::uint32_t i = 0; i < options.repeat; ++i) {
+        if (i > 0) sink.silence(samplesIn(options.gap_s));
+        sink.sound(waveform);
+    }
+    sink.silence(samplesIn(kTail_s));
+    sink.finish();
+}
+
+void play(const SendOptions& options, std::span<const float> waveform) {
+    Loudspeaker loudspeaker(options.device);
+    if (const std::string warning = rateWarning(loudspeaker.rate_hz(), "output"); !warning.empty())
+        printError(loudspeaker.name() + ": " + warning);
+    const Interruption interruption;
+    StatusLine status;
+    const auto whole_s = static_cast<double>(length(options, waveform.size())) / kTransmissionRate_hz;
+    const double each_s = static_cast<double>(waveform.size()) / kTransmissionRate_hz + options.gap_s;
+    loudspeaker.whileWaiting([&] {
+        status.show([&] {
+            const double played_s = loudspeaker.played_s();
+            const auto number = static_cast<std::uint32_t>(std::max(0.0, played_s - kLead_s) / each_s) + 1;
+            return "playing " + std::to_string(std::min(number, options.repeat)) + " of " +
+                   std::to_string(options.repeat) + " on " + loudspeaker.name() + ": " +
+                   std::to_string(std::llround(played_s)) + " of " + std::to_string(std::llround(whole_s)) +
+                   " s";
+        });
+    });
+    give(loudspeaker, options, waveform);
+    status.clear();
+    if (loudspeaker.gaps() > 0)
+        printError("the sound broke off " + std::to_string(loudspeaker.gaps()) +
+                   " times: this machine was too slow");
+}
+
 int send(const SendOptions& options) {
     const std::vector<float> waveform = soundOf(options);
-    cleanUpBeforeSignals(removeTemporaryFile);
-
-    const std::uint64_t lead = samplesIn(kLead_s), gap = samplesIn(options.gap_s), tail = samplesIn(kTail_s);
-    Recorder recorder(options, lead + options.repeat * waveform.size() + (options.repeat - 1) * gap + tail);
-    recorder.silence(lead);
-    for (std::uint32_t i = 0; i < options.repeat; ++i) {
-        if (i > 0) recorder.silence(gap);
-        recorder.sound(waveform);
+    if (options.plays) {
+        play(options, waveform);
+        return kDone;
     }
-    recorder.silence(tail);
-    recorder.finish();
+    cleanUpBeforeSignals(removeTemporaryFile);
+    Recorder recorder(options, length(options, waveform.size()));
+    give(recorder, options, waveform);
     return kDone;
 }
 
@@ -142,7 +177,7 @@ int send(const SendOptions& options) {
 Command addSend(CLI::App& sorvel) {
     const auto options = std::make_shared<SendOptions>();
     CLI::App* const app = sorvel.add_subcommand(
-        "send", "Turn a text or a message into sound: a WAV file, or a stream for a player");
+        "send", "Turn a text or a message into sound: played, a WAV file, or a stream for a player");
     app->footer(kFooter);
     CLI::Option_group* const what = app->add_option_group("What to send, one of these");
     what->add_option("TEXT", options->text, "1 to 15 of: digits, a to z (lower case), underscore, space");
@@ -158,13 +193,23 @@ Command addSend(CLI::App& sorvel) {
         ->type_name("FILE");
     app->add_option("--protocol", options->protocol,
                     "id of the one to use (the file's first; without a file 12)");
-    app->add_option("-o,--output", options->output, "WAV file to write, or - for standard output")
-        ->required()
-        ->type_name("FILE");
-    app->add_option("--rate", options->rate_hz, "samples per second: 44100, 48000 or 96000")
+    CLI::Option_group* const where = app->add_option_group("Where to, one of these");
+    CLI::Option* const output =
+        where->add_option("-o,--output", options->output, "WAV file to write, or - for standard output")
+            ->type_name("FILE");
+    CLI::Option* const plays = where->add_flag("--play", options->plays, "play it through a loudspeaker");
+    where->require_option(1);
+    app->add_option("--device", options->device,
+                    "of --play: output by its name or a part of it (see sorvel devices)")
+        ->check(given("the name of the device"))
+        ->needs(plays);
+    app->add_option("--rate", options->rate_hz, "of -o: samples per second: 44100, 48000 or 96000")
         ->check(CLI::IsMember({44100, 48000, 96000}))
+        ->needs(output)
         ->capture_default_str();
-    addFormat(*app, options->format, {StoredFormat::U8, StoredFormat::I16, StoredFormat::F32}, "samples as ");
+    addFormat(*app, options->format, {StoredFormat::U8, StoredFormat::I16, StoredFormat::F32},
+              "of -o: samples as ")
+        ->needs(output);
     app->add_option("--volume", options->volume_percent, "percent of full scale, 1 to 100")
         ->check(CLI::Range(1, 100))
         ->capture_default_str();

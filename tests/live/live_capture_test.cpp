@@ -9,6 +9,7 @@
 #include "sdk/SorvelUBM.hpp"
 #include "telemetry/Event.hpp"
 #include "telemetry/EventHub.hpp"
+#include "tests/live/run_program.hpp"
 #include "tests/support/allocation_count.hpp"
 #include "tests/support/fake_platform.hpp"
 #include "tests/support/sound_server.hpp"
@@ -380,29 +381,29 @@ TEST_F(LiveCapture, ListsInputsAndFindsThemByAPartOfTheirName) {
 
 namespace {
 
-/// What `sorvel devices` prints.
-std::string sorvelDevices(const std::string& options) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(
-        ::popen(("'" SORVEL_PROGRAM "' devices " + options + " 2>&1").c_str(), "r"), ::pclose);
-    std::string output(10000, '\0');
-    output.resize(std::fread(output.data(), 1, output.size(), pipe.get()));
-    return output;
-}
+std::string sorvelDevices(const std::string& options) { return ran("sorvel devices " + options).output; }
 
 } // namespace
 
-TEST_F(LiveCapture, TheCommandListsInputsAndWarnsOfARateThatCannotCarryTheBand) {
+TEST_F(LiveCapture, TheCommandListsInputsAndOutputsAndWarnsOfARateThatCannotCarryTheBand) {
     SoundServer server(Kind::PulseAudio, 48000);
     EXPECT_THAT(sorvelDevices(""),
-                testing::MatchesRegex(".*\n\\*  air.monitor +48000 Hz +48000 Hz +yes .*\n"));
+                testing::MatchesRegex(" +input .*\n\\*  air.monitor +48000 Hz +48000 Hz +yes .*\n"
+                                      " +output .*\n\\*  air +48000 Hz +48000 Hz +yes .*\n"));
     server.start(16000);
     EXPECT_THAT(sorvelDevices("--json"),
                 testing::MatchesRegex("\\{\"name\":\"air.monitor\",\"description\":\"Monitor of [^\"]*\","
                                       "\"default\":true,\"monitor\":true,\"own_rate\":16000,\"opened_at\":"
-                                      "16000,\"rates\":\\[44100,48000,96000\\],\"carries_band\":false\\}\n"
-                                      "sorvel: air.monitor: 16000 Hz cannot carry 18 to 19.5 kHz: .*\n"));
+                                      "16000,\"rates\":\\[44100,48000,96000\\],\"carries_band\":false,"
+                                      "\"direction\":\"input\"\\}\n"
+                                      "\\{\"name\":\"air\",\"description\":\"[^\"]*\",\"default\":true,"
+                                      "\"own_rate\":16000,[^\n]*\"direction\":\"output\"\\}\n"
+                                      "sorvel: air.monitor: 16000 Hz cannot carry 18 to 19.5 kHz: set the "
+                                      "input [^\n]*\n"
+                                      "sorvel: air: 16000 Hz cannot carry 18 to 19.5 kHz: set the output "
+                                      "[^\n]*\n"));
     server.kill();
-    EXPECT_THAT(sorvelDevices(""), testing::MatchesRegex("sorvel: no sound input found: .*\n"));
+    EXPECT_THAT(sorvelDevices(""), testing::MatchesRegex("sorvel: no sound input or output found: [^\n]*\n"));
 }
 
 TEST_F(LiveCapture, TheCommandTellsOnceThatTheMicrophoneGoesAndOnceThatItIsBack) {

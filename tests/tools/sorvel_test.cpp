@@ -312,8 +312,10 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"send Acme -o x.wav", "'A' cannot be sent; try \"acme\""},
         Mistake{"send a-b -o x.wav", "'-' cannot be sent; these characters can be sent: \"0123"},
         Mistake{"send caf\u00e9 -o x.wav", "'\u00e9' cannot"},
-        Mistake{"send $'a\\nb' -o x.wav", "character 10"},
-        Mistake{"send acme -o x.wav --rate 8000", "--rate"},
+        Mistake{"send $'a\\nb' -o x.wav", "character 10"}, Mistake{"send acme -o x.wav --play", "--play"},
+        Mistake{"send acme -o x.wav --device y", "--play"},
+        Mistake{"send acme --play --rate 48000", "--output"},
+        Mistake{"send acme --play --device ''", "empty"}, Mistake{"send acme -o x.wav --rate 8000", "--rate"},
         Mistake{"send acme -o x.wav --format mp3", "--format"},
         Mistake{"send acme -o x.wav --volume 101", "--volume"},
         Mistake{"send acme -o x.wav --gap -1", "--gap"},
@@ -356,7 +358,7 @@ TEST_F(Sorvel, DemonstratesItselfInEveryRoom) {
 
 TEST_F(Sorvel, ExplainsItself) {
     EXPECT_THAT(shell("sorvel --version").out, testing::MatchesRegex("sorvel [0-9]+\\.[0-9]+\\.[0-9]+\n"));
-    for (const std::string command : {"", "send", "listen", "demo"})
+    for (const std::string command : {"", "send", "listen", "check", "demo"})
         EXPECT_THAT(shell("sorvel " + command + " --help").out,
                     AllOf(HasSubstr("Usage:"), HasSubstr("Examples:")));
 }
