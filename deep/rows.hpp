@@ -1,0 +1,55 @@
+#pragma once
+
+#include "deep/band.hpp"
+#include "deep/transform.hpp"
+
+#include <array>
+#include <span>
+#include <vector>
+
+namespace sorvel::deep {
+
+inline constexpr int kMostShift = 50; ///< bins of 2.604 Hz: 2.4 m/s
+inline constexpr std::size_t kShifts = 2 * kMostShift + 1;
+
+/// How much a window of one chunk's length looks like a chunk, for every shift of its tones: the strongest
+/// of the low nibble's tones plus the strongest of the high nibble's.
+///
+/// Each bin is measured against the median of its spectrum, so that loudness does not count, and against
+/// its own past, so that steady tones and slopes whiten away, slowly enough to leave the tones of padded
+/// texts.
+///
+/// Thread: one at a time. Allocates in the constructor only.
+class Rows {
+public:
+    Rows();
+    void reset() noexcept;
+
+    /// Takes the chunk's length of samples that ends with the newest.
+    ///
+    /// @return by shift from -50 to 50; noise alone gives 6.8 on average. Good until the next call
+    std::span<const float, kShifts> take(const float* re, const float* im) noexcept;
+
+private:
+    static constexpr int kFirstBin = -312; // the lowest tone at the lowest shift, and a few
+    static constexpr std::size_t kBins = 672;
+
+    void whiten() noexcept;
+    void sumTones() noexcept;
+
+    /// Shifts over which a tone's bin keeps its distance from the shift.
+    struct Run {
+        std::uint8_t tone, first, count; // first: index of the shift
+        std::int16_t bin;                // of that shift, index of the spectrum
+    };
+
+    Transform m_transform;
+    std::vector<float> m_window;
+    std::vector<float> m_re, m_im;
+    std::vector<float> m_power, m_colour;
+    std::vector<Run> m_runs;
+    std::array<float, kShifts> m_low{}, m_high{};
+    float m_median = 0.0F;
+};
+
+} // namespace sorvel::deep
