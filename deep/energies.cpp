@@ -69,6 +69,7 @@ void Refinement::begin(SampleView samples, std::int64_t end, int shift, int step
 void Refinement::tryEnd(int which) noexcept {
     const std::int64_t end = m_end + (which - 1) * m_step;
     spectra(end);
+    measureNoise();
     for (int half = -2; half <= 2; ++half) {
         const float shift = static_cast<float>(m_shift) + 0.5F * static_cast<float>(half);
         const float f = fit(shift);
@@ -121,14 +122,19 @@ std::size_t Refinement::placeOf(std::size_t tone, float shift) noexcept {
 
 float Refinement::fit(float shift) const noexcept {
     std::array<std::size_t, kTones> places{};
-    for (std::size_t tone = 0; tone < kTones; ++tone) places[tone] = placeOf(tone, shift);
+    std::array<float, kTones> quiet{}; // one over the noise
+    for (std::size_t tone = 0; tone < kTones; ++tone) {
+        places[tone] = placeOf(tone, shift);
+        quiet[tone] = 1.0F / m_noise[places[tone]];
+    }
     float sum = 0.0F;
     for (std::size_t chunk = 0; chunk < kChunks; ++chunk) {
         const float* const row = &m_spectra[chunk * kBins];
         for (std::size_t side = 0; side < 2; ++side) {
             float most = 0.0F;
             for (std::size_t tone = 0; tone < kTones / 2; ++tone)
-                most = std::max(most, row[places[side * (kTones / 2) + tone]]);
+                most = std::max(most,
+                                row[places[side * (kTones / 2) + tone]] * quiet[side * (kTones / 2) + tone]);
             sum += compressed(most);
         }
     }

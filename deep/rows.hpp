@@ -16,8 +16,9 @@ inline constexpr std::size_t kShifts = 2 * kMostShift + 1;
 /// of the low nibble's tones plus the strongest of the high nibble's.
 ///
 /// Each bin is measured against the median of its spectrum, so that loudness does not count, and against
-/// its own past, so that steady tones and slopes whiten away, slowly enough to leave the tones of padded
-/// texts.
+/// its own past, so that steady tones and slopes whiten away: slopes within some 8 s, slowly enough to leave
+/// the tones of padded texts, and whistles once they have been there for 2.3 s, longer than any chunk
+/// repeats.
 ///
 /// Thread: one at a time. Allocates in the constructor only.
 class Rows {
@@ -33,8 +34,10 @@ public:
 private:
     static constexpr int kFirstBin = -312; // the lowest tone at the lowest shift, and a few
     static constexpr std::size_t kBins = 672;
+    static constexpr std::size_t kSpans = 12;
 
     void whiten() noexcept;
+    void followLines() noexcept;
     void sumTones() noexcept;
 
     /// Shifts over which a tone's bin keeps its distance from the shift.
@@ -47,6 +50,11 @@ private:
     std::vector<float> m_window;
     std::vector<float> m_re, m_im;
     std::vector<float> m_power, m_colour;
+    std::vector<float> m_quietest;   // by bin: of the 8 rows under way
+    std::vector<float> m_quietestOf; // by span of 8 rows, then by bin
+    std::vector<float> m_line;       // by bin: the quietest moment of all spans, if that is loud; else 1
+    std::size_t m_rowsOfSpan = 0;
+    std::size_t m_span = 0;
     std::vector<Run> m_runs;
     std::array<float, kShifts> m_low{}, m_high{};
     float m_median = 0.0F;
