@@ -9,10 +9,13 @@ namespace sorvel::deep {
 
 namespace {
 
-constexpr float kLimit = 100.0F;   // of a nibble's score, nats
-constexpr float kWindow = 1.0F;    // nats that the search goes down at a time, in all lengths
-constexpr float kSurely = 16.0F;   // free margin of a word that needs no further search
-constexpr float kRounding = 0.01F; // nats
+constexpr float kLimit = 100.0F;    // of a nibble's score, nats
+constexpr float kMostOdds = 80.0F;  // nats, so that e to it is a float
+constexpr float kWindow = 1.0F;     // nats that the search goes down at a time, in all lengths
+constexpr float kSurely = 14.0F;    // certainty of a word that needs no further search
+constexpr float kBehind = 10.0F;    // nats by which words are below the best that do not matter beside it
+constexpr double kLeastLeft = 1e-6; // of the weight, as sums are rounded
+constexpr float kRounding = 0.01F;  // nats
 // What other work costs, in words looked at
 constexpr int kWordsToOpen = 4000;
 constexpr int kWordsToTurn = 6;
@@ -47,21 +50,43 @@ void TextDecoder::begin(const Scores& scores, Among among, float leastMargin, in
         for (std::size_t value = 0; value < 16; ++value) {
             const float score = scores[nibble][value];
             m_scores[nibble][value] = score > -kLimit ? std::min(score, kLimit) : -kLimit;
+            m_odds[nibble][value] = std::exp(std::min(m_scores[nibble][value], kMostOdds));
         }
     m_among = among;
     m_leastMargin = leastMargin;
     m_mostWords = mostWords;
     m_looked = 0;
     m_isOpen.fill(false);
+    m_lookedWeight.fill(0.0);
+    m_others = 0.0;
     m_isWalking = false;
     m_hasBest = false;
-    m_length = among == Among::kPrefixed ? m_prefixLength : 0;
+    m_firstLength = among == Among::kPrefixed ? m_prefixLength : 0;
+    m_length = m_firstLength;
     m_phase = Phase::kOpening;
 }
 
 std::optional<TextDecoder::Word> TextDecoder::best() const {
     if (!m_hasBest) return std::nullopt;
-    return m_best;
+    Word word = m_best;
+    word.certainty = certainty();
+    return word;
+}
+
+float TextDecoder::bar() const {
+    if (!m_hasBest) return m_leastMargin;
+    return m_best.margin - (m_among == Among::kRivals ? 0.0F : kBehind);
+}
+
+float TextDecoder::certainty() const {
+    double others = m_others;
+    for (std::size_t length = m_firstLength; length < kLengths; ++length) {
+        const double total = m_spaces[length].totalWeight();
+        const double left =
+            m_isOpen[length] ? std::max(1.0 - m_lookedWeight[length] / total, kLeastLeft) : 1.0;
+        others += left * std::exp(double{m_means[length]});
+    }
+    return m_best.margin - static_cast<float>(std::log(others));
 }
 
 bool TextDecoder::step(int words) {
@@ -100,12 +125,19 @@ float TextDecoder::penalty(std::size_t length) const {
 void TextDecoder::open(std::size_t length) {
     const Allowed& allowed = m_allowed[m_among == Among::kPrefixed ? 0 : 1][length];
     float most = 0.0F;
+    float mean = 0.0F;
     for (std::size_t nibble = 0; nibble < kNibbles; ++nibble) {
         float best = -kLimit;
-        for (std::size_t value = 0; value < 16; ++value)
-            if ((allowed[nibble] >> value & 1U) != 0) best = std::max(best, m_scores[nibble][value]);
+        float sum = 0.0F;
+        for (std::size_t value = 0; value < 16; ++value) {
+            if ((allowed[nibble] >> value & 1U) == 0) continue;
+            best = std::max(best, m_scores[nibble][value]);
+            sum += m_odds[nibble][value];
+        }
         most += best;
+        mean += std::log(sum / static_cast<float>(std::popcount(allowed[nibble])));
     }
+    m_means[length] = mean;
     if (most - penalty(length) < bar()) return;
     m_looked += kWordsToOpen;
     m_isOpen[length] = m_spaces[length].build(m_scores, allowed, m_columns);
@@ -136,7 +168,7 @@ bool TextDecoder::startNextWindow() {
     for (;;) {
         if (m_length == kLengths) {
             if (m_down <= bar()) return false;
-            if (m_hasBest && m_best.free_margin >= kSurely) return false;
+            if (m_hasBest && certainty() >= kSurely) return false;
             m_above = m_down;
             m_down = std::max(m_above - kWindow, bar());
             m_length = 0;
@@ -149,11 +181,14 @@ bool TextDecoder::startNextWindow() {
         m_high = most - m_down;
         if (m_high < 0.0F) continue;
         for (std::size_t pair = 0; pair < space.pairs(); ++pair) space.losses(pair, m_losses[pair]);
-        m_nodes[0] = {space.start(), 0, 0.0F, 0};
+        m_nodes[0] = {space.start(), 0, 0.0F, 1.0F, 0};
         m_depth = 0;
         m_isWalking = true;
         // A window holds the cost it ends with, not the one it begins with; but no cost is below 0.
-        if (m_low <= 0.0F) weigh(space.word({}, space.start()), length);
+        if (m_low <= 0.0F) {
+            m_lookedWeight[length] = 1.0;
+            weigh(space.word({}, space.start()), length);
+        }
         look(m_nodes[0]);
         return true;
     }
@@ -172,8 +207,10 @@ void TextDecoder::look(const Node& node) {
 
     // What costs and losses may take away; sums rounded in another order may differ.
     const float spare = space.most() - node.cost - (bar() + penalty(length)) + kRounding;
+    float weight = 0.0F;
     for (auto change = first; change != last; ++change) {
         if ((node.used >> change->nibble & 1U) != 0) continue;
+        weight += change->weight;
         const std::uint64_t dependent = node.dependent ^ change->mask;
         float left = spare - change->cost;
         for (std::size_t pair = 0; pair < kSurePairs; ++pair)
@@ -186,6 +223,7 @@ void TextDecoder::look(const Node& node) {
         weigh(space.word({m_path.data(), m_depth + 1}, dependent), length);
         m_looked += kWordsToWeigh;
     }
+    m_lookedWeight[length] += double{node.weight * weight};
 }
 
 /// To the next word with changes to which more can be added within the window. False: there is none.
@@ -201,7 +239,7 @@ bool TextDecoder::goOn() {
         m_path[m_depth] = static_cast<std::uint8_t>(at);
         Node& further = m_nodes[++m_depth];
         further = {node.dependent ^ change.mask, node.used | std::uint64_t{1} << change.nibble, cost,
-                   node.next};
+                   node.weight * change.weight, node.next};
         look(further);
         return true;
     }
@@ -224,13 +262,12 @@ void TextDecoder::weigh(const WordBytes& bytes, std::size_t length) {
     word.margin = word.score - penalty(length);
     if (!(word.margin > bar()) || !readText(bytes, length, word.text)) return;
 
-    word.free_score = word.score;
-    for (std::size_t nibble = 0; nibble < kNibbles; ++nibble) {
-        float sum = 0.0F;
-        for (std::size_t value = 0; value < 16; ++value)
-            if ((allowed[nibble] >> value & 1U) != 0) sum += std::exp(m_scores[nibble][value]);
-        word.free_score -= std::log(sum / static_cast<float>(std::popcount(allowed[nibble])));
+    if (m_hasBest && word.margin <= m_best.margin) {
+        if (bytes != m_best.bytes) m_others += std::exp(double{word.margin});
+        return;
     }
+    if (m_hasBest) m_others += std::exp(double{m_best.margin});
+    word.free_score = word.score - m_means[length];
     word.free_margin = word.free_score - penalty(length);
     m_best = word;
     m_hasBest = true;

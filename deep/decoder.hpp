@@ -25,9 +25,10 @@ namespace sorvel::deep {
 /// left could beat the best one or the least margin asked for, or until `kMostWords` were looked at. Each
 /// length's hard decisions are corrected algebraically too, which finds two bytes that are surely wrong.
 ///
-/// A search whose best word is unlikely to meet a better one (free margin of 16 nats and more: below one in
-/// a million by the bound in delivery.hpp) ends with the patterns that leave as much as the one that led to
-/// it.
+/// How certain the best word is, against all others that were searched for: those found have their scores;
+/// those in patterns that were not looked at weigh as much as random words there do on average, that is the
+/// share of the patterns' probability that is left, times e^score's mean over the words of a length. A search
+/// goes on behind the best word until those left are 10 nats below it or its odds are 14 nats.
 ///
 /// Time: some 5 ns a word, 20 us more for each length that can reach the margin; in noise none can.
 /// Thread: one at a time per object. Allocates nothing. Any scores are safe: those beyond +-100 nats count
@@ -42,6 +43,7 @@ public:
         float free_score = 0.0F;     ///< beyond what any word of this prefix and length gets on average
         float margin = 0.0F;         ///< score less what length and prefix leave open
         float free_margin = 0.0F;    ///< free score, less the same
+        float certainty = 0.0F;      ///< logarithm of the odds that no other text of the search was sent
     };
 
     enum class Among {
@@ -82,6 +84,7 @@ private:
         std::uint64_t dependent = 0;
         std::uint64_t used = 0; ///< nibbles that are changed
         float cost = 0.0F;
+        float weight = 1.0F;
         std::size_t next = 0; ///< change to be added next
     };
 
@@ -92,7 +95,8 @@ private:
     bool goOn();
     void weigh(const WordBytes& word, std::size_t length);
     float penalty(std::size_t length) const;
-    float bar() const { return std::max(m_leastMargin, m_hasBest ? m_best.margin : m_leastMargin); }
+    float bar() const; ///< margin that a word must exceed to matter
+    float certainty() const;
 
     ParityColumns m_columns;
     std::array<std::array<Allowed, kLengths>, 2> m_allowed{}; ///< with the prefix, without
@@ -107,6 +111,7 @@ private:
     int m_mostWords = 0;
     int m_looked = 0;
     Phase m_phase = Phase::kDone;
+    std::size_t m_firstLength = 0;
     std::size_t m_length = 0; ///< to be taken next
     std::array<WordSpace, kLengths> m_spaces{};
     std::array<bool, kLengths> m_isOpen{};
@@ -121,6 +126,10 @@ private:
     std::array<std::uint8_t, kDepth> m_path{};
     std::size_t m_depth = 0;
 
+    std::array<std::array<float, 16>, kNibbles> m_odds{}; ///< e^score
+    std::array<float, kLengths> m_means{}; ///< of e^score over each length's words, as a logarithm
+    std::array<double, kLengths> m_lookedWeight{};
+    double m_others = 0.0; ///< sum of e^margin over texts that are not the best
     Word m_best{};
     bool m_hasBest = false;
 };

@@ -29,7 +29,7 @@ bool Delivery::step(int words) {
         m_phase = found ? Phase::kIdle : Phase::kAccepted;
         return true;
     }
-    if (!found || found->free_margin < kFreeMargin) {
+    if (!found || found->certainty < kCertainty) {
         m_phase = Phase::kIdle;
         return true;
     }

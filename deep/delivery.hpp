@@ -14,8 +14,7 @@ namespace sorvel::deep {
 ///     }
 ///
 /// A text is accepted if its margin (score less ln 38 per open character) is 20 nats and more behind a
-/// prefix, 17 without one; if its free margin, which counts only what prefix and length leave open, is 10
-/// and more; and if, with a prefix, no text without it scores higher.
+/// prefix, 17 without one; if the odds against another text of the same prefix are e^10 and more (`Word::certainty`); and if, with a prefix, no text without it scores higher.
 ///
 /// False texts: to sound that knows nothing of the code, every value of a nibble is as likely, and as the
 /// mean over the values of e^score is 1, so is the mean over the words. Of the 38^n words of n open
@@ -44,7 +43,7 @@ public:
     static constexpr float kMarginBehindPrefix = 20.0F;
     static constexpr float kMarginWithoutPrefix = 17.0F;
     static constexpr float kNoPrefixInTones = 20.0F;
-    static constexpr float kFreeMargin = 10.0F;
+    static constexpr float kCertainty = 10.0F;
 
     explicit Delivery(std::string_view prefix);
 

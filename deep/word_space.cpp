@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <numeric>
 
 namespace sorvel::deep {
@@ -99,6 +100,7 @@ bool WordSpace::build(const Scores& scores, const Allowed& allowed, const Parity
     rank(scores, allowed);
     if (!eliminate(columns)) return false;
     m_changeCount = 0;
+    m_totalWeight = 1.0;
     for (std::size_t nibble = 0; nibble < kNibbles; ++nibble) addChanges(nibble, scores, allowed[nibble]);
     std::sort(m_changes.begin(), m_changes.begin() + static_cast<std::ptrdiff_t>(m_changeCount),
               [](const Change& a, const Change& b) { return a.cost < b.cost; });
@@ -190,17 +192,23 @@ void WordSpace::addChanges(std::size_t nibble, const Scores& scores, std::uint16
     const unsigned information = m_open[nibble] & ~unsigned{m_tied[nibble]};
     std::array<float, 16> most; // by information: the best score it leaves
     most.fill(kNever);
-    for (unsigned value = 0; value < 16; ++value)
-        if ((allowed >> value & 1U) != 0)
-            most[value & information] = std::max(most[value & information], scores[nibble][value]);
-
     const unsigned best = m_best[nibble];
+    std::array<float, 16> weights{};
+    for (unsigned value = 0; value < 16; ++value) {
+        if ((allowed >> value & 1U) == 0) continue;
+        most[value & information] = std::max(most[value & information], scores[nibble][value]);
+        weights[value & information] += std::exp(scores[nibble][value] - scores[nibble][best]);
+    }
+    const float bestWeight = weights[best & information];
+    m_totalWeight *= double{std::accumulate(weights.begin(), weights.end(), 0.0F) / bestWeight};
+
     for (unsigned flip = 1; flip < 16; ++flip) {
         if ((flip & ~information) != 0) continue;
         const float left = most[(best ^ flip) & information];
         if (left == kNever) continue;
         Change change;
         change.cost = most[best & information] - left;
+        change.weight = weights[(best ^ flip) & information] / bestWeight;
         change.nibble = static_cast<std::uint8_t>(nibble);
         change.flip = static_cast<std::uint8_t>(flip);
         for (std::size_t bit = 0; bit < 4; ++bit)

@@ -45,6 +45,7 @@ public:
     struct Change {
         std::uint64_t mask = 0; ///< to the dependent nibbles, 4 bits each
         float cost = 0.0F;
+        float weight = 0.0F;     ///< probability of what it changes to over that of the best
         std::uint8_t nibble = 0; ///< whose information changes
         std::uint8_t flip = 0;   ///< bits of it that change
     };
@@ -59,6 +60,8 @@ public:
     std::span<const Change> changes() const { return {m_changes.data(), m_changeCount}; }
     std::uint64_t start() const { return m_start; } ///< dependent nibbles of the word without changes
     float most() const { return m_most; }           ///< no word scores higher, nats
+    /// Weights of all patterns of changes together, the empty one's being 1.
+    double totalWeight() const { return m_totalWeight; }
     /// Pairs of dependent nibbles.
     std::size_t pairs() const { return (m_dependentCount + 1) / 2; }
 
@@ -97,6 +100,7 @@ private:
     std::size_t m_changeCount = 0;
     std::uint64_t m_start = 0;
     float m_most = 0.0F;
+    double m_totalWeight = 1.0;
 };
 
 } // namespace sorvel::deep

@@ -24,8 +24,7 @@ struct Case {
 
 class DeliveryInNoise : public testing::TestWithParam<Case> {};
 
-// 99.2 % and 99.6 % of 4000 in bench/deep_words, so that 190 of 200 fail by chance less than once in a
-// million.
+// 1998 and 1994 of 2000 in bench/deep_words.
 TEST_P(DeliveryInNoise, TakesTextsAndNoWrongOnes) {
     const auto [prefix, snr_db] = GetParam();
     std::mt19937 generator(6);
