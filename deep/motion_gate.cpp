@@ -12,8 +12,8 @@ constexpr std::size_t kPoints = 512;
 constexpr float kNoiseScore = 6.76F;
 constexpr float kNever = -1e9F;
 // A sum that forgets 1/160 a row and reaches this may have a path behind it that is worth kWorth.
-constexpr float kWake = 110.0F;
-constexpr float kWorth = 205.0F;
+constexpr float kWake = 262.0F;
+constexpr float kWorth = 290.0F;
 constexpr float kMostColour = 16.0F;
 
 /// One row further along the best path: up to 3 shifts up or down, at 1 each.
@@ -72,8 +72,8 @@ SORVEL_DEEP_CLONES
 void follow(const float* __restrict power, float* __restrict colour, std::size_t n, float scale) {
     for (std::size_t i = 0; i < n; ++i) {
         const float e = power[i] * scale;
-        const float down = e > 30.0F ? 0.96F : 0.985F;
-        const float next = colour[i] * (e > 0.288F ? down : 1.045F);
+        const float down = e > 30.0F ? 0.96F : 0.9933F;
+        const float next = colour[i] * (e > 0.288F ? down : 1.0203F);
         colour[i] = next > kMostColour ? kMostColour : next;
     }
 }
