@@ -35,10 +35,10 @@ void jump(const float* __restrict end, std::size_t n, const Trellis::JumpCost& c
 }
 
 SORVEL_DEEP_CLONES
-void extend(const float* __restrict reached, const float* __restrict score, std::size_t n, std::uint8_t mark,
-            float* __restrict end, std::uint8_t* __restrict by) {
+void extend(const float* __restrict reached, const float* __restrict score, std::size_t n, float cost,
+            std::uint8_t mark, float* __restrict end, std::uint8_t* __restrict by) {
     for (std::size_t i = 0; i < n; ++i) {
-        const float worth = reached[i] + score[i];
+        const float worth = reached[i] + (score[i] - cost);
         by[i] = worth > end[i] ? mark : by[i];
         end[i] = worth > end[i] ? worth : end[i];
     }
@@ -61,11 +61,14 @@ void turn(const float* __restrict xr, const float* __restrict xi, const float* _
 
 Chirp Chirp::of(double slope_hz_s, double bend_hz_s2) {
     const double straight = slope_hz_s * kChunk_s / 2.0;
+    // A hand that walks comes to 240 Hz/s or 3000 Hz/s^2, hardly to both at once.
     const double bent = bend_hz_s2 * kChunk_s * kChunk_s / 8.0;
     return {.slope_hz_s = static_cast<float>(slope_hz_s),
             .bend_hz_s2 = static_cast<float>(bend_hz_s2),
             .left = static_cast<int>(std::lround((bent - straight) / kShift_hz)),
-            .right = static_cast<int>(std::lround((bent + straight) / kShift_hz))};
+            .right = static_cast<int>(std::lround((bent + straight) / kShift_hz)),
+            .cost = static_cast<float>(2.0 *
+                                       (std::pow(slope_hz_s / 240.0, 2) + std::pow(bend_hz_s2 / 3000.0, 2)))};
 }
 
 void Trellis::begin(Memory& memory) noexcept {
@@ -87,7 +90,7 @@ void Trellis::beginChunk(const JumpCost& cost) noexcept {
 void Trellis::add(const Chirp& chirp, int index, int first, std::span<const float> scores) noexcept {
     const auto begin = static_cast<std::size_t>(first + chirp.left + kEdge);
     const auto end = static_cast<std::size_t>(first + chirp.right + kEdge);
-    extend(m_begin.data() + begin, scores.data(), scores.size(), static_cast<std::uint8_t>(index),
+    extend(m_begin.data() + begin, scores.data(), scores.size(), chirp.cost, static_cast<std::uint8_t>(index),
            m_end.data() + kMostJump + end,
            m_memory->chirp[static_cast<std::size_t>(m_chunk - 1)].data() + end);
 }

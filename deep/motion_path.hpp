@@ -20,6 +20,7 @@ struct Chirp {
     float bend_hz_s2 = 0.0F;
     int left = 0; // what it is away at the chunk's beginning, in shifts
     int right = 0;
+    float cost = 0.0F; // rather small ones than large ones, where the sound does not tell
 
     static Chirp of(double slope_hz_s, double bend_hz_s2);
 };

@@ -268,7 +268,7 @@ void MotionSearch::turn() noexcept {
     const int shift = std::clamp(m_shift + mean, -kReach, kReach);
     m_kept_hz[m_turns] = (shift - m_shift) * kShift_hz;
     m_shift = shift;
-// From where the place of the end was before it was refined: a stretch that holds all ends looked at.
+    // From where the place of the end was before it was refined: a stretch that holds all ends looked at.
     const int end = static_cast<int>(kBefore_samples) + m_offset * kRow_samples;
     m_from[m_turns] = end - static_cast<int>(kTransmission_samples + kTurnedMargin_samples);
     const auto from = static_cast<std::size_t>(m_from[m_turns]);
