@@ -82,7 +82,7 @@ void follow(const float* __restrict power, float* __restrict colour, std::size_t
 
 MotionGate::MotionGate()
     : m_transform(kPoints), m_comb(kPoints, kReach), m_window(kWindow_samples), m_re(kPoints), m_im(kPoints),
-      m_power(m_comb.bins()), m_colour(m_comb.bins()), m_scratch(m_comb.bins()), m_scores(kRows * kShifts) {
+      m_power(m_comb.bins()), m_colour(m_comb.bins()), m_scores(kRows * kShifts) {
     makeTrapezoid(m_window, 0.2);
     reset();
 }
@@ -110,7 +110,7 @@ void MotionGate::push(const float* re, const float* im, std::uint64_t row) noexc
     m_transform.forward(m_re.data(), m_im.data());
     m_comb.powers(m_re.data(), m_im.data(), m_power.data());
     whiten(m_power.data(), m_colour.data(), m_power.size());
-    const float scale = 1.0F / ToneComb::noise(m_power, 3, m_scratch.data());
+    const float scale = 1.0F / ToneComb::noise(m_power);
     follow(m_power.data(), m_colour.data(), m_power.size(), scale);
     float* const scores = m_scores.data() + row % kRows * kShifts;
     m_comb.scores(m_power.data(), scale, -kReach, kReach, scores);

@@ -56,7 +56,7 @@ private:
 
     Transform m_transform;
     ToneComb m_comb;
-    std::vector<float> m_window, m_re, m_im, m_power, m_colour, m_scratch;
+    std::vector<float> m_window, m_re, m_im, m_power, m_colour;
     std::vector<float> m_scores; // a ring of kRows rows, kShifts each
     Path m_path;                 // the sum that forgets
     std::array<float, kKept> m_worth{};

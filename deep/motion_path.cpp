@@ -116,7 +116,7 @@ void Trellis::trace(std::span<const Chirp> chirps, Steps& steps) const noexcept 
 ChirpScores::ChirpScores()
     : m_transform(kPoints), m_comb(kPoints, kReach), m_trapezoid(kChunk_samples),
       m_factors((kMostSlopes + kMostBends) * 2 * kChunk_samples), m_windowed(4 * kChunk_samples),
-      m_re(kPoints), m_im(kPoints), m_power(m_comb.bins()), m_scratch(m_comb.bins()),
+      m_re(kPoints), m_im(kPoints), m_power(m_comb.bins()),
       m_scores(2 * kReach + 1) {
     makeTrapezoid(m_trapezoid, 0.15);
     setGrid(1.0, 0, 1.0, 0);
@@ -162,7 +162,7 @@ void ChirpScores::setWindow(const float* re, const float* im) noexcept {
     std::fill(m_im.begin() + kChunk_samples, m_im.end(), 0.0F);
     m_transform.forward(m_re.data(), m_im.data());
     m_comb.powers(m_re.data(), m_im.data(), m_power.data());
-    m_scale = 1.0F / ToneComb::noise(m_power, 2, m_scratch.data());
+    m_scale = 1.0F / ToneComb::noise(m_power);
 }
 
 std::span<const float> ChirpScores::scores(int index, int first, int last) noexcept {

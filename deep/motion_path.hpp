@@ -123,7 +123,7 @@ private:
     std::vector<float> m_trapezoid;
     std::vector<float> m_factors;  // per positive slope, then per positive bend: cosines, then sines
     std::vector<float> m_windowed; // the window times the trapezoid: real parts, then imaginary ones
-    std::vector<float> m_re, m_im, m_power, m_scratch, m_scores;
+    std::vector<float> m_re, m_im, m_power, m_scores;
     float m_scale = 1.0F;
 };
 

@@ -34,8 +34,8 @@ public:
     /// |X|^2 of these bins.
     void powers(const float* re, const float* im, float* power) const noexcept;
 
-    /// The mean power of noise, from the median of every `stride`-th bin. @param scratch  `bins()` floats
-    static float noise(std::span<const float> power, std::size_t stride, float* scratch) noexcept;
+    /// The mean power of noise, from the powers' median, to 0.4 %.
+    static float noise(std::span<const float> power) noexcept;
 
     /// Scores of the shifts `first` to `last`, of powers times `scale`.
     void scores(const float* power, float scale, int first, int last, float* score) const noexcept;
