@@ -10,13 +10,14 @@ Delivery::Delivery(std::string_view prefix) : m_isReady(m_decoder.prepare(prefix
     m_margin = m_decoder.hasPrefix() ? kMarginBehindPrefix : kMarginWithoutPrefix;
 }
 
-bool Delivery::begin(const Scores& scores) {
+bool Delivery::begin(const Scores& scores, int mostWords) {
     m_phase = Phase::kIdle;
     if (m_decodes >= kDecodes) return false;
     ++m_decodes;
     m_scores = scores;
-    m_decoder.begin(
-        m_scores, m_decoder.hasPrefix() ? TextDecoder::Among::kPrefixed : TextDecoder::Among::kAll, m_margin);
+    m_decoder.begin(m_scores,
+                    m_decoder.hasPrefix() ? TextDecoder::Among::kPrefixed : TextDecoder::Among::kAll,
+                    m_margin, mostWords);
     m_phase = Phase::kSearching;
     return true;
 }

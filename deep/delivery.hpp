@@ -14,7 +14,8 @@ namespace sorvel::deep {
 ///     }
 ///
 /// A text is accepted if its margin (score less ln 38 per open character) is 20 nats and more behind a
-/// prefix, 17 without one; if the odds against another text of the same prefix are e^10 and more (`Word::certainty`); and if, with a prefix, no text without it scores higher.
+/// prefix, 17 without one; if the odds against another text of the same prefix are e^10 and more
+/// (`Word::certainty`); and if, with a prefix, no text without it scores higher.
 ///
 /// False texts: to sound that knows nothing of the code, every value of a nibble is as likely, and as the
 /// mean over the values of e^score is 1, so is the mean over the words. Of the 38^n words of n open
@@ -57,13 +58,17 @@ public:
     void beginAttempt() { m_decodes = 0; }
 
     /// Starts a decode. False: this attempt has had `kDecodes`.
-    bool begin(const Scores& scores);
+    ///
+    /// @param mostWords  to look at
+    bool begin(const Scores& scores, int mostWords = TextDecoder::kMostWords);
 
     /// Goes on for some `words` words; true: finished.
     bool step(int words);
 
     /// The text, once finished.
     std::optional<TextDecoder::Word> accepted() const;
+
+    int looked() const { return m_decoder.looked(); } ///< words since `begin`, or since its comparison began
 
 private:
     enum class Phase { kIdle, kSearching, kComparing, kAccepted };

@@ -1,6 +1,7 @@
 #include "deep/energies.hpp"
 
 #include "deep/target_clones.hpp"
+#include "deep/tone_comb.hpp"
 #include "deep/window.hpp"
 
 #include <algorithm>
@@ -11,12 +12,12 @@ namespace sorvel::deep {
 namespace {
 
 constexpr std::size_t kPoints = 2048;
-constexpr float kMedianOfNoise = 0.693F;
-constexpr std::size_t kRank = 4;         // the fifth quietest of 17 chunks
-constexpr float kRankOfNoise = 0.336F;   // its mean, for powers with mean 1
-constexpr std::size_t kNeighbours = 108; // half bins to either side: 140 Hz
-constexpr std::size_t kStride = 6;       // of the neighbours asked; adjacent bins know the same
-constexpr float kWhistle = 4.0F;         // times the neighbours
+constexpr std::int64_t kStep_samples = 32; // from one end tried to the next
+constexpr std::size_t kRank = 4;           // the fifth quietest of 17 chunks
+constexpr float kRankOfNoise = 0.336F;     // its mean, for powers with mean 1
+constexpr std::size_t kNeighbours = 108;   // half bins to either side: 140 Hz
+constexpr std::size_t kStride = 6;         // of the neighbours asked; adjacent bins know the same
+constexpr float kWhistle = 4.0F;           // times the neighbours
 
 inline float compressed(float e) { return e > 16.0F ? 8.0F * std::sqrt(e) - 16.0F : e; }
 
@@ -54,21 +55,15 @@ Refinement::Refinement()
     : m_transform(kPoints), m_window(trapezoid(kChunk)), m_re(kPoints), m_im(kPoints),
       m_spectra(kChunks * kBins), m_noise(kBins), m_smooth(kBins) {}
 
-void Refinement::begin(SampleView samples, std::int64_t end, int shift) noexcept {
-    begin(samples, end, shift, 32);
-}
-
-void Refinement::begin(SampleView samples, std::int64_t end, int shift, int step) noexcept {
-    m_samples = samples;
+void Refinement::begin(std::int64_t end, int shift) noexcept {
     m_end = end;
     m_shift = shift;
-    m_step = step;
     m_best = {end, static_cast<float>(shift), -1.0F};
 }
 
-void Refinement::tryEnd(int which) noexcept {
-    const std::int64_t end = m_end + (which - 1) * m_step;
-    spectra(end);
+void Refinement::tryEnd(SampleView samples, int which) noexcept {
+    const std::int64_t end = m_end + (which - 1) * kStep_samples;
+    spectra(samples, end);
     measureNoise();
     for (int half = -2; half <= 2; ++half) {
         const float shift = static_cast<float>(m_shift) + 0.5F * static_cast<float>(half);
@@ -77,8 +72,8 @@ void Refinement::tryEnd(int which) noexcept {
     }
 }
 
-void Refinement::finish(ToneEnergies& energies) noexcept {
-    spectra(m_best.end);
+void Refinement::finish(SampleView samples, ToneEnergies& energies) noexcept {
+    spectra(samples, m_best.end);
     measureNoise();
     for (std::size_t chunk = 0; chunk < kChunks; ++chunk) {
         const float* const row = &m_spectra[chunk * kBins];
@@ -95,12 +90,12 @@ std::int64_t Refinement::chunkEnd(std::int64_t end, std::size_t chunk) const noe
     return end - std::lround(back);
 }
 
-void Refinement::spectra(std::int64_t end) noexcept {
+void Refinement::spectra(SampleView samples, std::int64_t end) noexcept {
     constexpr std::size_t kBelow = -kFirstBin;
     for (std::size_t chunk = 0; chunk < kChunks; ++chunk) {
-        const std::ptrdiff_t from = static_cast<std::ptrdiff_t>(chunkEnd(end, chunk) - m_samples.first) -
-                                    static_cast<std::ptrdiff_t>(kChunk);
-        limitBursts(m_samples.re + from, m_samples.im + from, kChunk, m_re.data(), m_im.data());
+        const std::size_t from =
+            samples.index(chunkEnd(end, chunk) - static_cast<std::int64_t>(kChunk), kChunk);
+        limitBursts(samples.re + from, samples.im + from, kChunk, m_re.data(), m_im.data());
         applyWindow(m_window, m_re.data(), m_im.data());
         std::fill(m_re.begin() + kChunk, m_re.end(), 0.0F);
         std::fill(m_im.begin() + kChunk, m_im.end(), 0.0F);
@@ -108,8 +103,7 @@ void Refinement::spectra(std::int64_t end) noexcept {
         float* const row = &m_spectra[chunk * kBins];
         powers(m_re.data() + kPoints - kBelow, m_im.data() + kPoints - kBelow, kBelow, row);
         powers(m_re.data(), m_im.data(), kBins - kBelow, row + kBelow);
-        m_medians[chunk] = median(row, kBins, m_medians[chunk]);
-        scaleBy(row, kBins, m_medians[chunk] > 0.0F ? kMedianOfNoise / m_medians[chunk] : 0.0F);
+        scaleBy(row, kBins, 1.0F / ToneComb::noise({row, kBins}));
     }
 }
 

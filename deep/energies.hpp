@@ -19,11 +19,18 @@ struct Place {
     float fit = 0.0F;     ///< sum over the chunks of the strongest tones
 };
 
-/// Samples of some other origin than the baseband's memory, numbered like it: with its motion taken out.
+/// Samples to look at: the baseband's own, or such with their motion taken out.
 struct SampleView {
     const float* re = nullptr;
     const float* im = nullptr; ///< both point at sample `first`
     std::int64_t first = 0;
+    std::size_t count = 0;
+
+    /// Index of sample `from`, or of the nearest from which `length` samples are there.
+    std::size_t index(std::int64_t from, std::size_t length) const {
+        const std::int64_t last = static_cast<std::int64_t>(count) - static_cast<std::int64_t>(length);
+        return static_cast<std::size_t>(std::clamp<std::int64_t>(from - first, 0, last));
+    }
 };
 
 /// From a candidate's rough place to the energies of its tones: half-bin spectra of the 17 chunks, for
@@ -39,20 +46,20 @@ public:
     Refinement();
 
     static constexpr int kEnds = 3; ///< steps of `tryEnd` per candidate
-    void begin(SampleView samples, std::int64_t end, int shift) noexcept;
+    void begin(std::int64_t end, int shift) noexcept;
     /// Looks at one of the three ends.
-    void tryEnd(int which) noexcept;
-    /// The same around another place, finer: ends `step` samples apart.
-    void begin(SampleView samples, std::int64_t end, int shift, int step) noexcept;
+    ///
+    /// @param samples  the same at every step, wherever they lie by then; at least a chunk of them
+    void tryEnd(SampleView samples, int which) noexcept;
     /// Goes on with the best of what was tried.
-    void finish(ToneEnergies& energies) noexcept;
+    void finish(SampleView samples, ToneEnergies& energies) noexcept;
     const Place& place() const noexcept { return m_best; }
 
 private:
     static constexpr int kFirstBin = -2 * 312; // half bins
     static constexpr std::size_t kBins = 2 * 672;
 
-    void spectra(std::int64_t end) noexcept;
+    void spectra(SampleView samples, std::int64_t end) noexcept;
     void measureNoise() noexcept;
     float fit(float shift) const noexcept;
     static std::size_t placeOf(std::size_t tone, float shift) noexcept;
@@ -62,11 +69,8 @@ private:
     std::vector<float> m_window, m_re, m_im;
     std::vector<float> m_spectra; // 17 rows of kBins
     std::vector<float> m_noise, m_smooth;
-    std::array<float, kChunks> m_medians{};
-    SampleView m_samples;
     std::int64_t m_end = 0;
     int m_shift = 0;
-    int m_step = 32;
     Place m_best;
 };
 

@@ -12,9 +12,8 @@ namespace sorvel::deep {
 namespace {
 
 constexpr std::size_t kPoints = 1024;
-constexpr float kMedianOfNoise = 0.693F; // of powers with mean 1
-constexpr float kLogOfNoise = 0.577F;    // minus the mean of their logarithm
-constexpr float kRate = 0.003F;          // of the colour, per row
+constexpr float kLogOfNoise = 0.577F; // minus the mean of their logarithm
+constexpr float kRate = 0.003F;       // of the colour, per row
 constexpr float kLargestLog = 3.0F;
 constexpr float kNever = 3e38F;
 constexpr float kLoud = 2.0F; // the quietest of 13 rows of noise, a chunk apart, has a thirteenth of its mean
@@ -49,33 +48,12 @@ void quietestOfAll(const float* spans, std::size_t count, std::size_t bins, floa
     for (std::size_t i = 0; i < bins; ++i) line[i] = line[i] > kLoud ? line[i] : 1.0F;
 }
 
-SORVEL_DEEP_CLONES
-void compressBins(float* e, std::size_t count) {
-    for (std::size_t i = 0; i < count; ++i) e[i] = e[i] > 16.0F ? 8.0F * std::sqrt(e[i]) - 16.0F : e[i];
-}
-
-SORVEL_DEEP_CLONES
-void raise(float* to, const float* from, std::size_t count) {
-    for (std::size_t i = 0; i < count; ++i) to[i] = std::max(to[i], from[i]);
-}
-
 } // namespace
 
 Rows::Rows()
-    : m_transform(kPoints), m_window(trapezoid(kChunk)), m_re(kPoints), m_im(kPoints), m_power(kBins),
-      m_colour(kBins), m_quietest(kBins), m_quietestOf(kSpans * kBins), m_line(kBins) {
-    for (std::size_t tone = 0; tone < kTones; ++tone) {
-        const auto bin = [&](int shift) {
-            return toneBin(tone) + static_cast<int>(std::lround(shift * toneScale(tone))) - kFirstBin;
-        };
-        for (int shift = -kMostShift; shift <= kMostShift;) {
-            int end = shift + 1;
-            while (end <= kMostShift && bin(end) - bin(shift) == end - shift) ++end;
-            m_runs.push_back({static_cast<std::uint8_t>(tone), static_cast<std::uint8_t>(shift + kMostShift),
-                              static_cast<std::uint8_t>(end - shift), static_cast<std::int16_t>(bin(shift))});
-            shift = end;
-        }
-    }
+    : m_transform(kPoints), m_comb(kPoints, kMostShift), m_bins(m_comb.bins()), m_window(trapezoid(kChunk)),
+      m_re(kPoints), m_im(kPoints), m_power(m_bins), m_colour(m_bins), m_quietest(m_bins),
+      m_quietestOf(kSpans * m_bins), m_line(m_bins) {
     reset();
 }
 
@@ -86,7 +64,6 @@ void Rows::reset() noexcept {
     std::fill(m_quietestOf.begin(), m_quietestOf.end(), 0.0F);
     m_rowsOfSpan = 0;
     m_span = 0;
-    m_median = 0.0F;
 }
 
 std::span<const float, kShifts> Rows::take(const float* re, const float* im) noexcept {
@@ -95,40 +72,25 @@ std::span<const float, kShifts> Rows::take(const float* re, const float* im) noe
     std::fill(m_re.begin() + kChunk, m_re.end(), 0.0F);
     std::fill(m_im.begin() + kChunk, m_im.end(), 0.0F);
     m_transform.forward(m_re.data(), m_im.data());
-    // Bins below the centre lie at the end of the transform.
-    constexpr std::size_t kBelow = -kFirstBin;
-    powers(m_re.data() + kPoints - kBelow, m_im.data() + kPoints - kBelow, kBelow, m_power.data());
-    powers(m_re.data(), m_im.data(), kBins - kBelow, m_power.data() + kBelow);
+    m_comb.powers(m_re.data(), m_im.data(), m_power.data());
     whiten();
-    compressBins(m_power.data(), kBins);
-    sumTones();
-    return m_low;
+    m_comb.scores(m_power.data(), 1.0F, -kMostShift, kMostShift, m_scores.data());
+    return m_scores;
 }
 
 void Rows::whiten() noexcept {
-    m_median = median(m_power.data(), kBins, m_median);
-    const float scale = m_median > 0.0F ? kMedianOfNoise / m_median : 0.0F;
-    whitenBins(m_power.data(), m_colour.data(), m_quietest.data(), m_line.data(), kBins, scale);
+    const float scale = 1.0F / ToneComb::noise(m_power);
+    whitenBins(m_power.data(), m_colour.data(), m_quietest.data(), m_line.data(), m_bins, scale);
     if (++m_rowsOfSpan == kRowsOfChunk) followLines();
 }
 
 void Rows::followLines() noexcept {
     m_rowsOfSpan = 0;
     std::copy(m_quietest.begin(), m_quietest.end(),
-              m_quietestOf.begin() + static_cast<std::ptrdiff_t>(m_span * kBins));
+              m_quietestOf.begin() + static_cast<std::ptrdiff_t>(m_span * m_bins));
     m_span = (m_span + 1) % kSpans;
     std::fill(m_quietest.begin(), m_quietest.end(), kNever);
-    quietestOfAll(m_quietestOf.data(), kSpans, kBins, m_line.data());
-}
-
-void Rows::sumTones() noexcept {
-    m_low.fill(0.0F);
-    m_high.fill(0.0F);
-    for (const Run& run : m_runs) {
-        auto& side = run.tone < kTones / 2 ? m_low : m_high;
-        raise(side.data() + run.first, m_power.data() + run.bin, run.count);
-    }
-    for (std::size_t i = 0; i < kShifts; ++i) m_low[i] += m_high[i];
+    quietestOfAll(m_quietestOf.data(), kSpans, m_bins, m_line.data());
 }
 
 } // namespace sorvel::deep

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "deep/band.hpp"
+#include "deep/tone_comb.hpp"
 #include "deep/transform.hpp"
 
 #include <array>
@@ -32,21 +33,14 @@ public:
     std::span<const float, kShifts> take(const float* re, const float* im) noexcept;
 
 private:
-    static constexpr int kFirstBin = -312; // the lowest tone at the lowest shift, and a few
-    static constexpr std::size_t kBins = 672;
     static constexpr std::size_t kSpans = 12;
 
     void whiten() noexcept;
     void followLines() noexcept;
-    void sumTones() noexcept;
-
-    /// Shifts over which a tone's bin keeps its distance from the shift.
-    struct Run {
-        std::uint8_t tone, first, count; // first: index of the shift
-        std::int16_t bin;                // of that shift, index of the spectrum
-    };
 
     Transform m_transform;
+    ToneComb m_comb;
+    std::size_t m_bins;
     std::vector<float> m_window;
     std::vector<float> m_re, m_im;
     std::vector<float> m_power, m_colour;
@@ -55,9 +49,7 @@ private:
     std::vector<float> m_line;       // by bin: the quietest moment of all spans, if that is loud; else 1
     std::size_t m_rowsOfSpan = 0;
     std::size_t m_span = 0;
-    std::vector<Run> m_runs;
-    std::array<float, kShifts> m_low{}, m_high{};
-    float m_median = 0.0F;
+    std::array<float, kShifts> m_scores{};
 };
 
 } // namespace sorvel::deep

@@ -59,8 +59,8 @@ void SubBlocks::score(SampleView samples, const Place& place, Scores& scores) no
             auto& values = scores[2 * chunk + side];
             values.fill(0.0F);
             for (std::size_t block = 1; block < kRowsOfChunk; ++block) {
-                const std::ptrdiff_t from = static_cast<std::ptrdiff_t>(start - samples.first) +
-                                            static_cast<std::ptrdiff_t>(block * kBlock);
+                const std::size_t from =
+                    samples.index(start + static_cast<std::int64_t>(block * kBlock), kBlock);
                 std::array<float, 16> shares{};
                 float sum = 1e-30F;
                 for (std::size_t i = 0; i < 16; ++i) {

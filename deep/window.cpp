@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cmath>
 
 namespace sorvel::deep {
@@ -43,13 +42,6 @@ void weigh(const float* weights, std::size_t count, float* re, float* im) {
     }
 }
 
-SORVEL_DEEP_CLONES
-std::size_t below(const float* values, std::size_t count, float limit) {
-    int found = 0;
-    for (std::size_t i = 0; i < count; ++i) found += values[i] < limit ? 1 : 0;
-    return static_cast<std::size_t>(found);
-}
-
 } // namespace
 
 std::vector<float> trapezoid(std::size_t length, double edge) {
@@ -81,39 +73,6 @@ void applyWindow(std::span<const float> weights, float* re, float* im) {
 SORVEL_DEEP_CLONES
 void powers(const float* re, const float* im, std::size_t count, float* out) {
     for (std::size_t i = 0; i < count; ++i) out[i] = re[i] * re[i] + im[i] * im[i];
-}
-
-float median(const float* values, std::size_t count, float guess) {
-    // Halves an interval of the logarithm, which the bits of a positive float nearly are; first it doubles
-    // one around the guess until the median lies within.
-    const auto isAbove = [&](std::int32_t bits) {
-        return below(values, count, std::bit_cast<float>(bits)) > count / 2;
-    };
-    constexpr std::int32_t kLargest = 0x7f000000;
-    constexpr std::int32_t kFine = 1 << 15; // 1/256 of an octave
-    std::int32_t low = std::bit_cast<std::int32_t>(guess >= 0.0F ? guess : 0.0F);
-    low = std::min(low, kLargest);
-    std::int32_t step = kFine;
-    std::int32_t high = low;
-    if (isAbove(low)) {
-        while (low > 0 && isAbove(low)) {
-            high = low;
-            low = low > step ? low - step : 0;
-            step *= 2;
-        }
-        if (low == 0 && isAbove(0)) return 0.0F;
-    } else {
-        while (high < kLargest && !isAbove(high)) {
-            low = high;
-            high = kLargest - step > high ? high + step : kLargest;
-            step = std::min(step * 2, 1 << 28);
-        }
-    }
-    while (high - low > kFine) {
-        const std::int32_t middle = low + (high - low) / 2;
-        (isAbove(middle) ? high : low) = middle;
-    }
-    return std::bit_cast<float>(low + (high - low) / 2);
 }
 
 } // namespace sorvel::deep

@@ -23,7 +23,4 @@ void applyWindow(std::span<const float> weights, float* re, float* im);
 /// Sum of squares of both parts, bin by bin.
 void powers(const float* re, const float* im, std::size_t count, float* out);
 
-/// The median of `count` values that are not negative, within 0.4 %, starting from a guess of it (any).
-float median(const float* values, std::size_t count, float guess);
-
 } // namespace sorvel::deep
