@@ -84,7 +84,7 @@ float TextDecoder::certainty() const {
         const double total = m_spaces[length].totalWeight();
         const double left =
             m_isOpen[length] ? std::max(1.0 - m_lookedWeight[length] / total, kLeastLeft) : 1.0;
-        others += left * std::exp(double{m_means[length]});
+        others += left * std::exp(static_cast<double>(m_means[length]));
     }
     return m_best.margin - static_cast<float>(std::log(others));
 }
@@ -223,7 +223,7 @@ void TextDecoder::look(const Node& node) {
         weigh(space.word({m_path.data(), m_depth + 1}, dependent), length);
         m_looked += kWordsToWeigh;
     }
-    m_lookedWeight[length] += double{node.weight * weight};
+    m_lookedWeight[length] += static_cast<double>(node.weight * weight);
 }
 
 /// To the next word with changes to which more can be added within the window. False: there is none.
@@ -263,10 +263,10 @@ void TextDecoder::weigh(const WordBytes& bytes, std::size_t length) {
     if (!(word.margin > bar()) || !readText(bytes, length, word.text)) return;
 
     if (m_hasBest && word.margin <= m_best.margin) {
-        if (bytes != m_best.bytes) m_others += std::exp(double{word.margin});
+        if (bytes != m_best.bytes) m_others += std::exp(static_cast<double>(word.margin));
         return;
     }
-    if (m_hasBest) m_others += std::exp(double{m_best.margin});
+    if (m_hasBest) m_others += std::exp(static_cast<double>(m_best.margin));
     word.free_score = word.score - m_means[length];
     word.free_margin = word.free_score - penalty(length);
     m_best = word;

@@ -200,7 +200,7 @@ void WordSpace::addChanges(std::size_t nibble, const Scores& scores, std::uint16
         weights[value & information] += std::exp(scores[nibble][value] - scores[nibble][best]);
     }
     const float bestWeight = weights[best & information];
-    m_totalWeight *= double{std::accumulate(weights.begin(), weights.end(), 0.0F) / bestWeight};
+    m_totalWeight *= static_cast<double>(std::accumulate(weights.begin(), weights.end(), 0.0F) / bestWeight);
 
     for (unsigned flip = 1; flip < 16; ++flip) {
         if ((flip & ~information) != 0) continue;
