@@ -116,8 +116,7 @@ void Trellis::trace(std::span<const Chirp> chirps, Steps& steps) const noexcept 
 ChirpScores::ChirpScores()
     : m_transform(kPoints), m_comb(kPoints, kReach), m_trapezoid(kChunk_samples),
       m_factors((kMostSlopes + kMostBends) * 2 * kChunk_samples), m_windowed(4 * kChunk_samples),
-      m_re(kPoints), m_im(kPoints), m_power(m_comb.bins()),
-      m_scores(2 * kReach + 1) {
+      m_re(kPoints), m_im(kPoints), m_power(m_comb.bins()), m_scores(2 * kReach + 1) {
     makeTrapezoid(m_trapezoid, 0.15);
     setGrid(1.0, 0, 1.0, 0);
 }
