@@ -60,7 +60,7 @@ bool LineFilter::findLines() noexcept {
     std::fill_n(mask, kBlock_samples, 0.0F);
     bool hasLines = false;
     for (std::size_t from = 0; from < kBlock_samples; from += kSurroundings) {
-        std::array<float, kSurroundings> sorted;
+        std::array<float, kSurroundings> sorted{};
         std::copy_n(level + from, kSurroundings, sorted.begin());
         std::nth_element(sorted.begin(), sorted.begin() + kSurroundings / 2, sorted.end());
         const float threshold = kOverSurroundings * sorted[kSurroundings / 2];

@@ -31,7 +31,7 @@ public:
     void study(const float* re, const float* im) noexcept;
     /// @return whether there are lines
     bool findLines() noexcept;
-    /// @param re, im  the block, whose first half is then done, and its second half with the next block
+    /// Of the block, the first half is then done, and the second one with the next block.
     void subtract(float* re, float* im) noexcept;
 
 private:

@@ -21,7 +21,7 @@ constexpr float kMostColour = 16.0F;
 template <std::size_t kSize>
 inline void advance(std::array<float, kSize>& path, const float* score, std::size_t pad, std::size_t shifts,
                     float keep) {
-    std::array<float, kSize> one, three;
+    std::array<float, kSize> one{}, three{};
     for (std::size_t i = pad - 2; i < pad + shifts + 2; ++i) {
         const float side = (path[i - 1] > path[i + 1] ? path[i - 1] : path[i + 1]) - 1.0F;
         one[i] = side > path[i] ? side : path[i];
@@ -55,7 +55,7 @@ SORVEL_DEEP_CLONES void forgetAndAdd(std::array<float, kSize>& path, const float
 template <std::size_t kSize>
 SORVEL_DEEP_CLONES float bestOf(const float* scores, std::size_t ring, std::size_t first, std::size_t rows,
                                 std::size_t pad, std::size_t shifts) {
-    std::array<float, kSize> path;
+    std::array<float, kSize> path{};
     clear(path, pad, shifts);
     for (std::size_t i = 0; i < rows; ++i)
         advance(path, scores + (first + i) % ring * shifts, pad, shifts, 1.0F);

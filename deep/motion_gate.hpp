@@ -29,7 +29,7 @@ public:
 
     MotionGate();
 
-    /// One block further. @param re, im  the last 171 samples  @param row  counts blocks, one up per call
+    /// One block further: hands over the last 171 samples. @param row  counts blocks, one up per call
     void push(const float* re, const float* im, std::uint64_t row) noexcept;
 
     /// Takes the candidate that the last push found, if it found one.
@@ -58,7 +58,7 @@ private:
     ToneComb m_comb;
     std::vector<float> m_window, m_re, m_im, m_power, m_colour;
     std::vector<float> m_scores; // a ring of kRows rows, kShifts each
-    Path m_path;                 // the sum that forgets
+    Path m_path{};               // the sum that forgets
     std::array<float, kKept> m_worth{};
     std::uint64_t m_row = 0;
     std::uint64_t m_firstRow = 0; // the first that counts

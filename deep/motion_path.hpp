@@ -116,8 +116,8 @@ private:
     ToneComb m_comb;
     std::size_t m_count = 0;
     std::array<Chirp, kMostChirps> m_chirps;
-    std::array<Place, kMostChirps> m_places;
-    std::array<bool, kMostChirps> m_isAtRim;
+    std::array<Place, kMostChirps> m_places{};
+    std::array<bool, kMostChirps> m_isAtRim{};
     std::vector<float> m_trapezoid;
     std::vector<float> m_factors;  // per positive slope, then per positive bend: cosines, then sines
     std::vector<float> m_windowed; // the window times the trapezoid: real parts, then imaginary ones

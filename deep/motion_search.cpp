@@ -24,8 +24,9 @@ constexpr Trellis::JumpCost kResidualJump{.linear = 1.0F, .quadratic = 0.0F, .wi
 
 /// Loud paths are worth much more than any jump would cost, and so stay smooth by a cost that grows with
 /// them.
-Trellis::JumpCost fineJump(float worth) {
-    return {.linear = 0.0F, .quadratic = std::max(0.1F, 0.005F * worth / kChunkCount), .widest = 8};
+Trellis::JumpCost fineJump(float worth, bool isWide) {
+    const float growth = isWide ? 0.01F : 0.005F;
+    return {.linear = 0.0F, .quadratic = std::max(0.1F, growth * worth / kChunkCount), .widest = 8};
 }
 
 } // namespace
@@ -109,7 +110,7 @@ void MotionSearch::takeBurstsOut() noexcept {
     for (std::size_t i = 0; i < kBlocks * kBlock; ++i)
         power[i / kBlock] += (m_re[i] * m_re[i] + m_im[i] * m_im[i]) / static_cast<float>(kBlock);
     for (std::size_t block = 0; block < kBlocks; ++block) {
-        std::array<float, kChunkRows> around;
+        std::array<float, kChunkRows> around{};
         const std::size_t from = std::min(block - std::min<std::size_t>(block, 4), kBlocks - around.size());
         std::copy_n(power.begin() + static_cast<std::ptrdiff_t>(from), around.size(), around.begin());
         std::nth_element(around.begin(), around.begin() + 4, around.end());
@@ -213,7 +214,7 @@ void MotionSearch::beginFine(int offset) noexcept {
 void MotionSearch::fine() noexcept {
     Trellis& trellis = m_trellises[0];
     setWindow(m_end - (kChunkCount - 1 - m_unit) * static_cast<int>(kChunk));
-    trellis.beginChunk(fineJump(m_best));
+    trellis.beginChunk(fineJump(m_best, m_stage == Stage::kWide));
     const std::span<const Chirp> chirps = m_chirps.chirps();
     for (std::size_t i = 0; i < chirps.size(); ++i)
         trellis.add(chirps[i], static_cast<int>(i), -kReach,

@@ -105,7 +105,7 @@ private:
     std::vector<float> m_re, m_im;
     LineFilter m_lines;
     ChirpScores m_chirps;
-    Trellis::Memory m_memory;
+    Trellis::Memory m_memory{};
     std::array<Trellis, kTogether> m_trellises;
     std::array<float, kOffsets> m_worths{}; // coarse, by offset
     Stage m_stage = Stage::kDone;

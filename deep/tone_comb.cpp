@@ -56,7 +56,7 @@ template <typename Run>
 SORVEL_DEEP_CLONES void combine(const std::vector<Run>& lowRuns, const std::vector<Run>& highRuns,
                                 const float* power, float scale, int first, int last,
                                 float* __restrict score) {
-    std::array<float, kMostShifts> low, high;
+    std::array<float, kMostShifts> low{}, high{};
     strongest(lowRuns, power, first, last, low.data());
     strongest(highRuns, power, first, last, high.data());
     const int n = last - first + 1;
