@@ -30,16 +30,18 @@ double FrequencyTrack::at(double at_samples) const noexcept {
     const double chunks = (at_samples - firstMiddle_samples) / spacing_samples;
     const double spacing_s = spacing_samples / kRate_hz;
     if (chunks <= 0.0) return hz.front() + hz_s.front() * chunks * spacing_s;
-    constexpr double kLast = kChunks - 1;
+    constexpr double kLast = kChunkCount - 1;
     if (chunks >= kLast) return hz.back() + hz_s.back() * (chunks - kLast) * spacing_s;
-    const auto left = std::min(static_cast<std::size_t>(chunks), static_cast<std::size_t>(kChunks - 2));
+    const auto left = std::min(static_cast<std::size_t>(chunks), static_cast<std::size_t>(kChunkCount - 2));
     const double u = chunks - static_cast<double>(left);
     const double v = 1.0 - u;
     return (1.0 + 2.0 * u) * v * v * hz[left] + u * u * (3.0 - 2.0 * u) * hz[left + 1] +
            u * v * spacing_s * (v * hz_s[left] - u * hz_s[left + 1]);
 }
 
-double FrequencyTrack::mean() const noexcept { return std::accumulate(hz.begin(), hz.end(), 0.0) / kChunks; }
+double FrequencyTrack::mean() const noexcept {
+    return std::accumulate(hz.begin(), hz.end(), 0.0) / kChunkCount;
+}
 
 void takeTrackOut(const FrequencyTrack& track, double kept_hz, std::span<float> re, std::span<float> im,
                   double first_samples) noexcept {

@@ -10,8 +10,8 @@ namespace sorvel::deep {
 /// A frequency over the time of a transmission: its value and slope at the middle of each chunk, and the
 /// cubic between them that has both; straight on before the first and behind the last.
 struct FrequencyTrack {
-    std::array<double, kChunks> hz{};
-    std::array<double, kChunks> hz_s{};
+    std::array<double, kChunkCount> hz{};
+    std::array<double, kChunkCount> hz_s{};
     double firstMiddle_samples = 0.0; // where in the sound the first chunk's middle is
     double spacing_samples = 512.0;   // between middles
 

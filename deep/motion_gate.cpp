@@ -1,6 +1,7 @@
 #include "deep/motion_gate.hpp"
 
 #include "deep/target_clones.hpp"
+#include "deep/window.hpp"
 
 #include <algorithm>
 
@@ -83,7 +84,7 @@ void follow(const float* __restrict power, float* __restrict colour, std::size_t
 MotionGate::MotionGate()
     : m_transform(kPoints), m_comb(kPoints, kReach), m_window(kWindow_samples), m_re(kPoints), m_im(kPoints),
       m_power(m_comb.bins()), m_colour(m_comb.bins()), m_scores(kRows * kShifts) {
-    makeTrapezoid(m_window, 0.2);
+    m_window = trapezoid(m_window.size(), 0.2);
     reset();
 }
 

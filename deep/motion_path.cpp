@@ -1,6 +1,7 @@
 #include "deep/motion_path.hpp"
 
 #include "deep/target_clones.hpp"
+#include "deep/window.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -48,9 +49,9 @@ void extend(const float* __restrict reached, const float* __restrict score, std:
 SORVEL_DEEP_CLONES
 void turn(const float* __restrict xr, const float* __restrict xi, const float* __restrict factor, float sign,
           float* __restrict yr, float* __restrict yi) {
-    for (std::size_t i = 0; i < kChunk_samples; ++i) {
+    for (std::size_t i = 0; i < kChunk; ++i) {
         const float c = factor[i];
-        const float s = sign * factor[kChunk_samples + i];
+        const float s = sign * factor[kChunk + i];
         const float r = xr[i];
         yr[i] = r * c - xi[i] * s;
         yi[i] = r * s + xi[i] * c;
@@ -65,8 +66,8 @@ Chirp Chirp::of(double slope_hz_s, double bend_hz_s2) {
     const double bent = bend_hz_s2 * kChunk_s * kChunk_s / 8.0;
     return {.slope_hz_s = static_cast<float>(slope_hz_s),
             .bend_hz_s2 = static_cast<float>(bend_hz_s2),
-            .left = static_cast<int>(std::lround((bent - straight) / kShift_hz)),
-            .right = static_cast<int>(std::lround((bent + straight) / kShift_hz)),
+            .left = static_cast<int>(std::lround((bent - straight) / kBin_hz)),
+            .right = static_cast<int>(std::lround((bent + straight) / kBin_hz)),
             .cost = static_cast<float>(2.0 *
                                        (std::pow(slope_hz_s / 240.0, 2) + std::pow(bend_hz_s2 / 3000.0, 2)))};
 }
@@ -114,21 +115,21 @@ void Trellis::trace(std::span<const Chirp> chirps, Steps& steps) const noexcept 
 }
 
 ChirpScores::ChirpScores()
-    : m_transform(kPoints), m_comb(kPoints, kReach), m_trapezoid(kChunk_samples),
-      m_factors((kMostSlopes + kMostBends) * 2 * kChunk_samples), m_windowed(4 * kChunk_samples),
-      m_re(kPoints), m_im(kPoints), m_power(m_comb.bins()), m_scores(2 * kReach + 1) {
-    makeTrapezoid(m_trapezoid, 0.15);
+    : m_transform(kPoints), m_comb(kPoints, kReach), m_trapezoid(kChunk),
+      m_factors((kMostSlopes + kMostBends) * 2 * kChunk), m_windowed(4 * kChunk), m_re(kPoints),
+      m_im(kPoints), m_power(m_comb.bins()), m_scores(2 * kReach + 1) {
+    m_trapezoid = trapezoid(m_trapezoid.size(), 0.15);
     setGrid(1.0, 0, 1.0, 0);
 }
 
 void ChirpScores::setFactor(std::size_t row, double slope_hz_s, double bend_hz_s2) noexcept {
-    float* const cosines = m_factors.data() + row * 2 * kChunk_samples;
-    for (std::size_t i = 0; i < kChunk_samples; ++i) {
-        const double t = (static_cast<double>(i) - 255.5) * kChunk_s / static_cast<double>(kChunk_samples);
+    float* const cosines = m_factors.data() + row * 2 * kChunk;
+    for (std::size_t i = 0; i < kChunk; ++i) {
+        const double t = (static_cast<double>(i) - 255.5) * kChunk_s / static_cast<double>(kChunk);
         const double turns = slope_hz_s * t * t / 2.0 + bend_hz_s2 * t * t * t / 6.0;
         const double angle = -2.0 * std::numbers::pi * turns;
         cosines[i] = static_cast<float>(std::cos(angle));
-        cosines[kChunk_samples + i] = static_cast<float>(std::sin(angle));
+        cosines[kChunk + i] = static_cast<float>(std::sin(angle));
     }
 }
 
@@ -150,15 +151,15 @@ void ChirpScores::setGrid(double slopeStep, int slopes, double bendStep, int ben
 }
 
 void ChirpScores::setWindow(const float* re, const float* im) noexcept {
-    for (std::size_t i = 0; i < kChunk_samples; ++i) {
+    for (std::size_t i = 0; i < kChunk; ++i) {
         m_windowed[i] = re[i] * m_trapezoid[i];
-        m_windowed[kChunk_samples + i] = im[i] * m_trapezoid[i];
+        m_windowed[kChunk + i] = im[i] * m_trapezoid[i];
     }
     // Chirps leave the noise as it is, so the steady one's measure serves all.
-    std::copy_n(m_windowed.begin(), kChunk_samples, m_re.begin());
-    std::copy_n(m_windowed.begin() + kChunk_samples, kChunk_samples, m_im.begin());
-    std::fill(m_re.begin() + kChunk_samples, m_re.end(), 0.0F);
-    std::fill(m_im.begin() + kChunk_samples, m_im.end(), 0.0F);
+    std::copy_n(m_windowed.begin(), kChunk, m_re.begin());
+    std::copy_n(m_windowed.begin() + kChunk, kChunk, m_im.begin());
+    std::fill(m_re.begin() + kChunk, m_re.end(), 0.0F);
+    std::fill(m_im.begin() + kChunk, m_im.end(), 0.0F);
     m_transform.forward(m_re.data(), m_im.data());
     m_comb.powers(m_re.data(), m_im.data(), m_power.data());
     m_scale = 1.0F / ToneComb::noise(m_power);
@@ -167,23 +168,23 @@ void ChirpScores::setWindow(const float* re, const float* im) noexcept {
 std::span<const float> ChirpScores::scores(int index, int first, int last) noexcept {
     const Place place = m_places[static_cast<std::size_t>(index)];
     const float* re = m_windowed.data();
-    const float* im = re + kChunk_samples;
+    const float* im = re + kChunk;
     if (place.bend != 0) {
-        float* const bent = m_windowed.data() + 2 * kChunk_samples;
+        float* const bent = m_windowed.data() + 2 * kChunk;
         turn(re, im, factor(static_cast<std::size_t>(kMostSlopes + std::abs(place.bend) - 1)),
-             place.bend > 0 ? 1.0F : -1.0F, bent, bent + kChunk_samples);
+             place.bend > 0 ? 1.0F : -1.0F, bent, bent + kChunk);
         re = bent;
-        im = bent + kChunk_samples;
+        im = bent + kChunk;
     }
     if (place.slope != 0) {
         turn(re, im, factor(static_cast<std::size_t>(std::abs(place.slope) - 1)),
              place.slope > 0 ? 1.0F : -1.0F, m_re.data(), m_im.data());
     } else {
-        std::copy_n(re, kChunk_samples, m_re.begin());
-        std::copy_n(im, kChunk_samples, m_im.begin());
+        std::copy_n(re, kChunk, m_re.begin());
+        std::copy_n(im, kChunk, m_im.begin());
     }
-    std::fill(m_re.begin() + kChunk_samples, m_re.end(), 0.0F);
-    std::fill(m_im.begin() + kChunk_samples, m_im.end(), 0.0F);
+    std::fill(m_re.begin() + kChunk, m_re.end(), 0.0F);
+    std::fill(m_im.begin() + kChunk, m_im.end(), 0.0F);
     m_transform.forward(m_re.data(), m_im.data());
     m_comb.powers(m_re.data(), m_im.data(), m_power.data());
     m_comb.scores(m_power.data(), m_scale, first, last, m_scores.data());

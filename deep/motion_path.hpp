@@ -1,5 +1,6 @@
 #pragma once
 
+#include "deep/band.hpp"
 #include "deep/tone_comb.hpp"
 #include "deep/transform.hpp"
 
@@ -10,8 +11,7 @@
 
 namespace sorvel::deep {
 
-inline constexpr int kChunks = 17;
-inline constexpr std::size_t kChunk_samples = 512;
+inline constexpr int kChunkCount = static_cast<int>(kChunks);
 inline constexpr double kChunk_s = 0.192;
 
 /// How a frequency moves within a chunk: at the time t from its middle by slope t + bend t^2 / 2.
@@ -49,12 +49,12 @@ public:
         std::int16_t shift;
         std::int16_t chirp;
     };
-    using Steps = std::array<Step, kChunks>;
+    using Steps = std::array<Step, kChunkCount>;
 
     /// What the way back needs. Several may share it, of which the last one to begin can be traced.
     struct Memory {
-        std::array<std::array<std::uint8_t, kEdges>, kChunks> chirp; // which chirp ended there
-        std::array<std::array<std::int8_t, kEdges>, kChunks> jump;   // where the one before had ended
+        std::array<std::array<std::uint8_t, kEdges>, kChunkCount> chirp; // which chirp ended there
+        std::array<std::array<std::int8_t, kEdges>, kChunkCount> jump;   // where the one before had ended
     };
 
     void begin(Memory& memory) noexcept;
@@ -109,9 +109,7 @@ private:
         std::int8_t slope, bend;
     };
 
-    const float* factor(std::size_t row) const noexcept {
-        return m_factors.data() + row * 2 * kChunk_samples;
-    }
+    const float* factor(std::size_t row) const noexcept { return m_factors.data() + row * 2 * kChunk; }
     void setFactor(std::size_t row, double slope_hz_s, double bend_hz_s2) noexcept;
 
     Transform m_transform;

@@ -26,7 +26,7 @@ constexpr Trellis::JumpCost kResidualJump{.linear = 1.0F, .quadratic = 0.0F, .wi
 /// them.
 Trellis::JumpCost fineJump(float worth, bool isWide) {
     const float growth = isWide ? 0.01F : 0.005F;
-    return {.linear = 0.0F, .quadratic = std::max(0.1F, growth * worth / kChunks), .widest = 8};
+    return {.linear = 0.0F, .quadratic = std::max(0.1F, growth * worth / kChunkCount), .widest = 8};
 }
 
 } // namespace
@@ -105,7 +105,6 @@ void MotionSearch::linesOut() noexcept {
 
 /// Samples that stand out of the quieter blocks around are lowered below where they would have been cut.
 void MotionSearch::takeBurstsOut() noexcept {
-    constexpr std::size_t kBlock = kRow_samples;
     constexpr std::size_t kBlocks = (kBefore_samples + kAfter_samples) / kBlock;
     std::array<float, kBlocks> power{};
     for (std::size_t i = 0; i < kBlocks * kBlock; ++i)
@@ -129,7 +128,7 @@ void MotionSearch::takeBurstsOut() noexcept {
 }
 
 void MotionSearch::setWindow(int end) noexcept {
-    const auto from = static_cast<std::size_t>(end) - kChunk_samples;
+    const auto from = static_cast<std::size_t>(end) - kChunk;
     m_chirps.setWindow(m_re.data() + from, m_im.data() + from);
     ++m_spent;
 }
@@ -138,15 +137,15 @@ void MotionSearch::setWindow(int end) noexcept {
 /// different chunks.
 void MotionSearch::coarse() noexcept {
     constexpr int kGroups = 4;
-    constexpr int kGroupRows = kChunks + kTogether - 1;
+    constexpr int kGroupRows = kChunkCount + kTogether - 1;
     const int group = m_unit / kGroupRows;
     const int row = m_unit % kGroupRows;
     const int first = kFirstOffset + 2 * group;
     if (row == 0)
         for (Trellis& trellis : m_trellises) trellis.begin(m_memory);
     setWindow(static_cast<int>(kBefore_samples) + first * kRow_samples -
-              (kChunks - 1 - row) * static_cast<int>(kChunk_samples));
-    const auto isIn = [row](int member) { return row >= member && row < member + kChunks; };
+              (kChunkCount - 1 - row) * static_cast<int>(kChunk));
+    const auto isIn = [row](int member) { return row >= member && row < member + kChunkCount; };
     for (int member = 0; member < kTogether; ++member)
         if (isIn(member)) m_trellises[static_cast<std::size_t>(member)].beginChunk(kCoarseJump);
     const std::span<const Chirp> chirps = m_chirps.chirps();
@@ -158,7 +157,7 @@ void MotionSearch::coarse() noexcept {
                                                                   scores);
         ++m_spent;
     }
-    const int done = row - (kChunks - 1);
+    const int done = row - (kChunkCount - 1);
     if (done >= 0)
         m_worths[static_cast<std::size_t>(2 * group + kChunkRows * done)] =
             m_trellises[static_cast<std::size_t>(done)].best();
@@ -175,24 +174,25 @@ void MotionSearch::chooseOffset() noexcept {
 
 /// The rows between were left out so far.
 void MotionSearch::neighbours() noexcept {
-    const int side = m_unit / kChunks;
-    const int chunk = m_unit % kChunks;
+    const int side = m_unit / kChunkCount;
+    const int chunk = m_unit % kChunkCount;
     const int offset = m_offset + (side == 0 ? -1 : 1);
     const bool isThere = offset >= kFirstOffset && offset < kFirstOffset + kOffsets;
     Trellis& trellis = m_trellises[0];
     if (isThere) {
         if (chunk == 0) trellis.begin(m_memory);
         setWindow(static_cast<int>(kBefore_samples) + offset * kRow_samples -
-                  (kChunks - 1 - chunk) * static_cast<int>(kChunk_samples));
+                  (kChunkCount - 1 - chunk) * static_cast<int>(kChunk));
         trellis.beginChunk(kCoarseJump);
         const std::span<const Chirp> chirps = m_chirps.chirps();
         for (std::size_t i = 0; i < chirps.size(); ++i)
             trellis.add(chirps[i], static_cast<int>(i), -kReach,
                         m_chirps.scores(static_cast<int>(i), -kReach, kReach));
         m_spent += static_cast<int>(chirps.size());
-        if (chunk == kChunks - 1) m_worths[static_cast<std::size_t>(offset - kFirstOffset)] = trellis.best();
+        if (chunk == kChunkCount - 1)
+            m_worths[static_cast<std::size_t>(offset - kFirstOffset)] = trellis.best();
     }
-    if (++m_unit < 2 * kChunks) return;
+    if (++m_unit < 2 * kChunkCount) return;
     chooseOffset();
     if (m_best < kLeastWorth)
         enter(Stage::kDone);
@@ -213,14 +213,14 @@ void MotionSearch::beginFine(int offset) noexcept {
 
 void MotionSearch::fine() noexcept {
     Trellis& trellis = m_trellises[0];
-    setWindow(m_end - (kChunks - 1 - m_unit) * static_cast<int>(kChunk_samples));
+    setWindow(m_end - (kChunkCount - 1 - m_unit) * static_cast<int>(kChunk));
     trellis.beginChunk(fineJump(m_best, m_stage == Stage::kWide));
     const std::span<const Chirp> chirps = m_chirps.chirps();
     for (std::size_t i = 0; i < chirps.size(); ++i)
         trellis.add(chirps[i], static_cast<int>(i), -kReach,
                     m_chirps.scores(static_cast<int>(i), -kReach, kReach));
     m_spent += static_cast<int>(chirps.size());
-    if (++m_unit == kChunks) endFine();
+    if (++m_unit == kChunkCount) endFine();
 }
 
 /// A loud path that keeps to the rim of the chirps at hand has a second try among wider and coarser ones,
@@ -230,12 +230,12 @@ void MotionSearch::endFine() noexcept {
     const bool isWide = m_stage == Stage::kWide;
     const float worth = trellis.best();
     if (!isWide || worth > m_fineWorth) {
-        follow(trellis, kChunk_samples);
+        follow(trellis, kChunk);
         m_fineWorth = worth;
     }
     const auto isAtRim = [this](const Trellis::Step& step) { return m_chirps.isAtRim(step.chirp); };
-    const bool wantsWide =
-        !isWide && m_best > kLoud * kChunks && std::count_if(m_steps.begin(), m_steps.end(), isAtRim) >= 3;
+    const bool wantsWide = !isWide && m_best > kLoud * kChunkCount &&
+                           std::count_if(m_steps.begin(), m_steps.end(), isAtRim) >= 3;
     if (wantsWide) {
         m_chirps.setGrid(160.0, 5, 3000.0, 3);
         trellis.begin(m_memory);
@@ -254,20 +254,20 @@ void MotionSearch::follow(const Trellis& trellis, double spacing_samples) noexce
     FrequencyTrack& track = m_tracks[m_turns];
     for (std::size_t chunk = 0; chunk < m_steps.size(); ++chunk) {
         const auto [shift, chirp] = m_steps[chunk];
-        track.hz[chunk] = shift * kShift_hz;
+        track.hz[chunk] = shift * kBin_hz;
         track.hz_s[chunk] =
             static_cast<double>(m_chirps.chirps()[static_cast<std::size_t>(chirp)].slope_hz_s);
     }
     track.spacing_samples = spacing_samples;
-    track.firstMiddle_samples = m_end - 256.5 - (kChunks - 1) * spacing_samples;
+    track.firstMiddle_samples = m_end - 256.5 - (kChunkCount - 1) * spacing_samples;
 }
 
 /// Takes the next track out, but for whole shifts.
 void MotionSearch::turn() noexcept {
     const FrequencyTrack& track = m_tracks[m_turns];
-    const int mean = static_cast<int>(std::lround(track.mean() / kShift_hz));
+    const int mean = static_cast<int>(std::lround(track.mean() / kBin_hz));
     const int shift = std::clamp(m_shift + mean, -kReach, kReach);
-    m_kept_hz[m_turns] = (shift - m_shift) * kShift_hz;
+    m_kept_hz[m_turns] = (shift - m_shift) * kBin_hz;
     m_shift = shift;
     // From where the place of the end was before it was refined: a stretch that holds all ends looked at.
     const int end = static_cast<int>(kBefore_samples) + m_offset * kRow_samples;
@@ -280,11 +280,11 @@ void MotionSearch::turn() noexcept {
 }
 
 double MotionSearch::spacing_samples() const noexcept {
-    return static_cast<double>(kChunk_samples) / (1.0 + m_shift * kShift_hz / kMiddle_hz);
+    return static_cast<double>(kChunk) / (1.0 + m_shift * kBin_hz / kMiddle_hz);
 }
 
 void MotionSearch::setChunk(int chunk, int end) noexcept {
-    setWindow(static_cast<int>(std::lround(end - (kChunks - 1 - chunk) * spacing_samples())));
+    setWindow(static_cast<int>(std::lround(end - (kChunkCount - 1 - chunk) * spacing_samples())));
 }
 
 void MotionSearch::beginTiming(int ends) noexcept {
@@ -295,14 +295,14 @@ void MotionSearch::beginTiming(int ends) noexcept {
 
 /// Ends half a row apart, by steady tones alone.
 void MotionSearch::timing() noexcept {
-    const int place = m_unit / kChunks;
+    const int place = m_unit / kChunkCount;
     constexpr int kNear = 3;
     const int steady = static_cast<int>(m_chirps.chirps().size()) / 2;
-    setChunk(m_unit % kChunks, m_end + (place - m_ends) * kRow_samples / 2);
+    setChunk(m_unit % kChunkCount, m_end + (place - m_ends) * kRow_samples / 2);
     const std::span<const float> scores = m_chirps.scores(steady, m_shift - kNear, m_shift + kNear);
     m_timing[static_cast<std::size_t>(place)] += *std::max_element(scores.begin(), scores.end());
     ++m_spent;
-    if (++m_unit < (2 * m_ends + 1) * kChunks) return;
+    if (++m_unit < (2 * m_ends + 1) * kChunkCount) return;
     const auto best =
         std::max_element(m_timing.begin(), m_timing.begin() + 2 * m_ends + 1) - m_timing.begin();
     m_end += (static_cast<int>(best) - m_ends) * kRow_samples / 2;
@@ -321,7 +321,7 @@ void MotionSearch::residual() noexcept {
         trellis.add(chirps[i], index, -kResidualReach, scores);
     }
     m_spent += static_cast<int>(chirps.size());
-    if (++m_unit < kChunks) return;
+    if (++m_unit < kChunkCount) return;
     follow(trellis, spacing_samples());
     turn();
     if (m_turns < m_tracks.size()) return beginTiming(1);
@@ -340,7 +340,7 @@ std::span<const float> MotionSearch::im() const noexcept {
 }
 
 float MotionSearch::speed_m_s() const noexcept {
-    return static_cast<float>(m_shift * kShift_hz / kMiddle_hz * kSound_m_s);
+    return static_cast<float>(m_shift * kBin_hz / kMiddle_hz) * kSpeedOfSound_m_s;
 }
 
 bool MotionSearch::nextOffset() noexcept {

@@ -31,7 +31,7 @@ namespace sorvel::deep {
 class MotionSearch {
 public:
     static constexpr std::size_t kMargin_samples = 64;
-    static constexpr std::size_t kTransmission_samples = kChunks * kChunk_samples;
+    static constexpr std::size_t kTransmission_samples = kChunkCount * kChunk;
     /// What `begin` uses of the sound before and after the end; what is not there counts as silence.
     static constexpr std::size_t kBefore_samples = 9664;
     static constexpr std::size_t kAfter_samples = 1088;
@@ -49,11 +49,11 @@ public:
 
     /// The transmission turned back, with a margin of 64 samples at both ends: as from a source of constant
     /// speed, so that chunk c of 17 ends 64 + (16 - c) 512 / r samples before the end, where r is
-    /// 1 + shift() kShift_hz / kMiddle_hz. Lines and bursts are out of it.
+    /// 1 + shift() kBin_hz / kMiddle_hz. Lines and bursts are out of it.
     std::span<const float> re() const noexcept;
     std::span<const float> im() const noexcept;
 
-    /// Of the turned sound, in units of kShift_hz, exactly.
+    /// Of the turned sound, in units of kBin_hz, exactly.
     int shift() const noexcept { return m_shift; }
     float speed_m_s() const noexcept;
 

@@ -100,16 +100,4 @@ void ToneComb::scores(const float* power, float scale, int first, int last, floa
     combine(m_low, m_high, power, scale, first, last, score);
 }
 
-void makeTrapezoid(std::span<float> window, double edge) {
-    const auto n = static_cast<double>(window.size());
-    double energy = 0.0;
-    const auto height = [&](std::size_t i) {
-        const double at = static_cast<double>(i) + 0.5;
-        return std::min({1.0, at / (edge * n), (n - at) / (edge * n)});
-    };
-    for (std::size_t i = 0; i < window.size(); ++i) energy += height(i) * height(i);
-    for (std::size_t i = 0; i < window.size(); ++i)
-        window[i] = static_cast<float>(height(i) / std::sqrt(energy));
-}
-
 } // namespace sorvel::deep

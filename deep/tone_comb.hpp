@@ -1,19 +1,13 @@
 #pragma once
 
+#include "deep/band.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <vector>
 
 namespace sorvel::deep {
-
-/// Spacing of the shifts of a 1024-point transform: the band's rate over the points.
-inline constexpr double kShift_hz = 8000.0 / 3.0 / 1024.0;
-
-/// Where a shift of one hertz is one hertz; tones above it shift by more, tones below by less.
-inline constexpr double kMiddle_hz = 18726.5625;
-
-inline constexpr double kSound_m_s = 343.0;
 
 /// Reads off a power spectrum of the band how well it fits the code when everything is shifted by s bins:
 /// the strongest of the 16 lower tones and the strongest of the 16 upper ones, compressed and added.
@@ -51,9 +45,5 @@ private:
     std::size_t m_bins;
     std::vector<Run> m_low, m_high;
 };
-
-/// A window with straight edges over `edge` of its length on both sides, of unit energy: then a bin's
-/// power in noise is the noise's power per sample.
-void makeTrapezoid(std::span<float> window, double edge);
 
 } // namespace sorvel::deep

@@ -98,7 +98,8 @@ Transform::Transform(std::size_t points) : m_points(points), m_scratch(2 * point
         for (unsigned multiple = 1; multiple <= 3; ++multiple) {
             for (const bool isSine : {false, true}) {
                 for (std::size_t p = 0; p < n / 4; ++p) {
-                    const double angle = -2.0 * std::numbers::pi * static_cast<double>(multiple * p) / static_cast<double>(n);
+                    const double angle =
+                        -2.0 * std::numbers::pi * static_cast<double>(multiple * p) / static_cast<double>(n);
                     m_twiddles.push_back(static_cast<float>(isSine ? std::sin(angle) : std::cos(angle)));
                 }
             }
