@@ -30,7 +30,7 @@ char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + '
 TextDecoder::TextDecoder() : m_columns(parityColumns()) { prepare({}); }
 
 bool TextDecoder::prepare(std::string_view prefix) {
-    std::array<char, encoding::kMaxTextLength> own{};
+    std::array<char, encoding::kMaxTextLength + 1> own{}; // vectors write in sixteens
     const bool isKnown = prefix.size() <= own.size() && std::all_of(prefix.begin(), prefix.end(), [](char c) {
                              return encoding::kAlphabet.find(lower(c)) != std::string_view::npos;
                          });

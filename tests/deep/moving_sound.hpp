@@ -97,10 +97,9 @@ inline void addWhistle(Sound& sound, double frequency_hz, double over_db) {
 inline int nibblesRight(const sorvel::deep::MotionSearch& search, const Nibbles& sent, int extraShift = 0) {
     using namespace sorvel::deep;
     const int shift = search.shift() + extraShift;
-    const double scale = 1.0 + shift * kShift_hz / kMiddle_hz;
+    const double scale = 1.0 + shift * kBin_hz / kMiddle_hz;
     Transform transform(1024);
-    std::array<float, 512> window;
-    window = trapezoid(window.size(), 0.15);
+    const std::vector<float> window = trapezoid(512, 0.15);
     int right = 0;
     for (std::size_t chunk = 0; chunk < kChunks; ++chunk) {
         const double end = 64.0 + 8704.0 - static_cast<double>(kChunks - 1 - chunk) * 512.0 / scale;
@@ -117,7 +116,7 @@ inline int nibblesRight(const sorvel::deep::MotionSearch& search, const Nibbles&
             for (int tone = 0; tone < 16; ++tone) {
                 const double hz =
                     (18000.0 + 46.875 * (tone + 16.0 * static_cast<double>(half))) * scale - kCentre_hz;
-                const auto bin = static_cast<std::size_t>(std::lround(hz / kShift_hz) + 1024) % 1024;
+                const auto bin = static_cast<std::size_t>(std::lround(hz / kBin_hz) + 1024) % 1024;
                 const float power = re[bin] * re[bin] + im[bin] * im[bin];
                 if (power > most) {
                     most = power;
