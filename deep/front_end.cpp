@@ -52,23 +52,14 @@ struct Sum {
     float re, im;
 };
 
-/// Eight sums side by side make vectors without changing the order of any one of them.
 SORVEL_DEEP_CLONES
 Sum weightedSum(const float* w, const float* re, const float* im, std::size_t taps) {
-    constexpr std::size_t kLanes = 16;
-    float sr[kLanes] = {};
-    float si[kLanes] = {};
-    for (std::size_t i = 0; i < taps; i += kLanes) {
-        for (std::size_t k = 0; k < kLanes; ++k) {
-            sr[k] += w[i + k] * re[i + k];
-            si[k] += w[i + k] * im[i + k];
-        }
+    Sum sum{0.0F, 0.0F};
+    for (std::size_t i = 0; i < taps; ++i) {
+        sum.re += w[i] * re[i];
+        sum.im += w[i] * im[i];
     }
-    for (std::size_t k = 1; k < kLanes; ++k) {
-        sr[0] += sr[k];
-        si[0] += si[k];
-    }
-    return {sr[0], si[0]};
+    return sum;
 }
 
 } // namespace

@@ -15,20 +15,11 @@ constexpr float kSharpness = 18.0F; // of the probabilities over the mean share 
 
 SORVEL_DEEP_CLONES
 float powerAt(const float* re, const float* im, const float* cosine, const float* sine) {
-    constexpr std::size_t kLanes = 8;
-    float sr[kLanes] = {};
-    float si[kLanes] = {};
-    for (std::size_t i = 0; i < kBlock; i += kLanes) {
-        for (std::size_t k = 0; k < kLanes; ++k) {
-            sr[k] += re[i + k] * cosine[i + k] + im[i + k] * sine[i + k];
-            si[k] += im[i + k] * cosine[i + k] - re[i + k] * sine[i + k];
-        }
-    }
     float r = 0.0F;
     float q = 0.0F;
-    for (std::size_t k = 0; k < kLanes; ++k) {
-        r += sr[k];
-        q += si[k];
+    for (std::size_t i = 0; i < kBlock; ++i) {
+        r += re[i] * cosine[i] + im[i] * sine[i];
+        q += im[i] * cosine[i] - re[i] * sine[i];
     }
     return r * r + q * q;
 }

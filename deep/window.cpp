@@ -15,12 +15,8 @@ constexpr float kExcess = 5.0F;
 
 SORVEL_DEEP_CLONES
 float power(const float* re, const float* im, std::size_t count) {
-    constexpr std::size_t kLanes = 8;
-    float sum[kLanes] = {};
-    for (std::size_t i = 0; i + kLanes <= count; i += kLanes)
-        for (std::size_t k = 0; k < kLanes; ++k) sum[k] += re[i + k] * re[i + k] + im[i + k] * im[i + k];
     float total = 0.0F;
-    for (const float part : sum) total += part;
+    for (std::size_t i = 0; i < count; ++i) total += re[i] * re[i] + im[i] * im[i];
     return total;
 }
 
