@@ -1,5 +1,6 @@
 #include "bench/hearing/false_texts.hpp"
 #include "bench/hearing/hostile_sound.hpp"
+#include "modem/ggwave.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -63,6 +64,13 @@ void printCost(const Plan& plan) {
     for (const Costing& one : all)
         std::printf("%s: %.2f MiB, with what is around it here\n", shortName(one.kind),
                     static_cast<double>(one.memory_bytes) / 1048576.0);
+
+    ggwave_Parameters receiving = ggwave_getDefaultParameters();
+    receiving.payloadLength = 13;
+    receiving.sampleRateInp = 96000.0F;
+    receiving.operatingMode = GGWAVE_OPERATING_MODE_RX;
+    std::printf("classic, the modem without room for sending: %.2f MiB\n",
+                GGWave(receiving).heapSize() / 1048576.0);
 
     std::printf("times real time, median (lowest to highest) of %d rounds of a minute, and the longest push "
                 "of 100 ms\n",

@@ -1,6 +1,6 @@
 #include "bench/hearing/points.hpp"
 
-#include <cmath>
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <stdexcept>
@@ -22,10 +22,12 @@ std::string shown(double value) {
 
 class Collection {
 public:
+    /// Of the families that follow.
+    void group(std::string name) { m_group = std::move(name); }
     /// @param base  for all points of the family
     void add(std::string name, std::string meaning, std::string unit, const Values& values,
              const Setting& set, const Channel& base = {}) {
-        Family family{std::move(name), std::move(meaning), std::move(unit), {}};
+        Family family{m_group, std::move(name), std::move(meaning), std::move(unit), {}};
         for (const double value : values) {
             Point point{family.name, value, base};
             set(point.channel, value);
@@ -36,6 +38,7 @@ public:
     std::vector<Family> take() { return std::move(m_families); }
 
 private:
+    std::string m_group;
     std::vector<Family> m_families;
 };
 
@@ -206,11 +209,17 @@ void addCodecs(Collection& all) {
 
 std::vector<Family> makeFamilies() {
     Collection all;
+    all.group("noise");
     addNoises(all);
+    all.group("motion");
     addMotions(all);
+    all.group("rooms");
     addRooms(all);
+    all.group("disturbances");
     addDisturbances(all);
+    all.group("devices");
     addDevices(all);
+    all.group("codecs");
     addCodecs(all);
     return all.take();
 }
@@ -222,6 +231,11 @@ std::string Point::name() const { return family + ":" + shown(value); }
 const std::vector<Family>& families() {
     static const std::vector<Family> kFamilies = makeFamilies();
     return kFamilies;
+}
+
+const Family& familyOf(const Point& point) {
+    return *std::find_if(families().begin(), families().end(),
+                         [&](const Family& family) { return family.name == point.family; });
 }
 
 const Point& pointNamed(std::string_view name) {

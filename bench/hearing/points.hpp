@@ -18,13 +18,14 @@ struct Point {
 };
 
 struct Family {
-    std::string name, meaning, unit;
+    std::string group, name, meaning, unit;
     std::vector<Point> points;
 };
 
 /// All channels that are measured.
 const std::vector<Family>& families();
 
+const Family& familyOf(const Point& point);
 /// @throws std::runtime_error, one line, for a name that there is not
 const Point& pointNamed(std::string_view name);
 

@@ -57,7 +57,10 @@ std::vector<nlohmann::json> records(const std::vector<Measured>& measured, const
             if (share.trials == 0) continue;
             const auto [low, high] = share.interval();
             all.push_back({
+                {"group",     familyOf(*one.point).group                             },
                 {"family",    one.point->family                                      },
+                {"meaning",   familyOf(*one.point).meaning                           },
+                {"unit",      familyOf(*one.point).unit                              },
                 {"value",     one.point->value                                       },
                 {"receiver",  shortName(kind)                                        },
                 {"delivered", share.delivered                                        },
@@ -65,6 +68,7 @@ std::vector<nlohmann::json> records(const std::vector<Measured>& measured, const
                 {"low",       low                                                    },
                 {"high",      high                                                   },
                 {"wrong",     one.tally.wrong[i]                                     },
+                {"delays",    one.tally.delays_s[i]                                  },
                 {"rate",      plan.rate_hz                                           },
                 {"draws",     plan.set == DrawSet::Reporting ? "reporting" : "tuning"},
                 {"seed",      plan.seed                                              }
