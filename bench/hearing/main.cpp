@@ -10,8 +10,10 @@
 #include "bench/hearing/report.hpp"
 #include "bench/hearing/superset.hpp"
 #include "modem/ggwave.h"
+#include "platform/audio_file.hpp"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 
 namespace {
@@ -39,10 +41,21 @@ std::vector<const Point*> chosen(const std::vector<std::string>& names, bool isA
     return points;
 }
 
+/// Writes the first trial's sound, to listen to and to try other receivers on.
+void save(const std::string& path, const Point& point, const Plan& plan) {
+    const Scene scene = makeScene(point.channel, plan.rate_hz, {plan.set, plan.seed, plan.first});
+    sorvel::WavWriter writer(path, static_cast<int>(plan.rate_hz), sorvel::StoredFormat::I16,
+                             scene.sound.size());
+    writer.write(scene.sound);
+    writer.finish();
+    for (const std::string& text : scene.texts)
+        std::printf("%s: '%s', the end at %.3f s\n", path.c_str(), text.c_str(), scene.end_s);
+}
+
 struct Options {
     Plan plan;
     std::vector<std::string> points;
-    std::string output, draws = "tuning", prefix = "both";
+    std::string output, sound, draws = "tuning", prefix = "both";
     bool isList = false, isTable = false, isCurves = false, isCost = false;
     int superset = 0;
     double falseTexts_h = 0.0;
@@ -61,6 +74,8 @@ int run(Options& options) {
         plan.trials = options.superset;
         return compareAll(plan) == 0 ? 0 : 1;
     }
+    if (!options.sound.empty() && !options.points.empty())
+        save(options.sound, *chosen(options.points, false).front(), plan);
     std::vector<Measured> measured;
     bool isReached = true;
     if (options.isTable)
@@ -106,6 +121,7 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     app.add_option("--jobs", plan.jobs, "Threads")->check(CLI::Range(1U, 256U))->capture_default_str();
     app.add_option("--output", options.output, "Write results as CSV, or as JSON if the name ends so");
+    app.add_option("--save", options.sound, "Write the first trial of the first point as WAV");
     CLI11_PARSE(app, argc, argv);
     try {
         return run(options);
