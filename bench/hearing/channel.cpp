@@ -10,7 +10,7 @@ namespace sorvel::hearing {
 
 namespace {
 
-constexpr double kBefore_s = 0.6, kAfter_s = 0.9;
+constexpr double kAfter_s = 0.9;
 
 struct Arrived {
     std::vector<float> sound;
@@ -26,7 +26,7 @@ Arrived arrive(const Channel& channel, double rate_hz, const Draw& draw, Scene& 
         Hearing hearing;
     };
     std::vector<Sent> all;
-    double start_s = kBefore_s + uniform(timing, 0.0, 0.1);
+    double start_s = channel.before_s + uniform(timing, 0.0, 0.1);
     for (int i = 0; i < channel.transmissions; ++i) {
         if (i == 0 || !channel.isSameText)
             scene.texts.push_back(drawnText(kPrefix, channel.textLength, letters));

@@ -30,6 +30,8 @@ struct Channel {
     bool isSameText = true; ///< of several transmissions; else each has its own
     double gap_s = 0.0;     ///< between two; up to 0.1 s more is drawn
 
+    double before_s = 0.6; ///< of what else sounds, before the first transmission
+
     Motion motion{};
     double clockError_ppm = 0.0;
     std::optional<Room> room{};
@@ -55,7 +57,7 @@ struct Scene {
 /// A text that begins with `prefix`.
 std::string drawnText(std::string_view prefix, std::size_t length, std::mt19937& generator);
 
-/// 0.6 s of what else sounds, the transmissions at a random sub-sample offset, 0.9 s more.
+/// What else sounds, the transmissions at a random sub-sample offset, 0.9 s more.
 ///
 /// @throws std::runtime_error, one line, if a codec's program is missing or fails
 Scene makeScene(const Channel& channel, double rate_hz, const Draw& draw);
