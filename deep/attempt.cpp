@@ -13,7 +13,7 @@ constexpr int kScore_us = 600;
 constexpr int kSecondView_us = 300;
 constexpr int kWords = 100'000; // of a step of decoding
 constexpr int kWords_us = 500;
-constexpr int kQuickWords = 20'000;
+constexpr int kQuickWords = 60'000;
 
 constexpr float kClear_dB = 10.0F; // ratio from which on the second view is worth its decode
 // A tone's energy over the noise's in one bin is this much over the signal-to-noise ratio of the band: half

@@ -26,10 +26,11 @@ constexpr int kMotionStep_us = 1000;
 constexpr int kPerBlock_us = 4000; // of all work, so that 100 ms of sound take less than 20 ms
 
 constexpr std::int64_t kHoldOff_samples = 2667; // one second
-constexpr std::int64_t kDeferred_rows = 9;      // more than a chunk: by then a better end would have shown
-constexpr std::int64_t kNextEnd_rows = 132;     // from one transmission's end to the next one's, at least
-constexpr float kLouder = 1.15F;                // than what was delivered: not the same transmission any more
-constexpr int kSlipped_bins = 18;               // a path that followed the neighbouring tones
+constexpr std::int64_t kDeferred_rows =
+    13; // a chunk, and what its candidate takes to show: a better end would have come by then
+constexpr std::int64_t kNextEnd_rows = 132; // from one transmission's end to the next one's, at least
+constexpr float kLouder = 1.15F;            // than what was delivered: not the same transmission any more
+constexpr int kSlipped_bins = 18;           // a path that followed the neighbouring tones
 
 std::int64_t endOfRow(std::int64_t row) { return (row + 1) * static_cast<std::int64_t>(kBlock); }
 
