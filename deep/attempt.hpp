@@ -26,7 +26,8 @@ struct Found {
 /// Thread: one at a time. Allocates in the constructor only.
 class Attempt {
 public:
-    explicit Attempt(std::string_view prefix) : m_delivery(prefix) {}
+    /// @param transform  of 1024 points, lent for good; may serve others too
+    Attempt(std::string_view prefix, Transform& transform) : m_refinement(transform), m_delivery(prefix) {}
     bool isReady() const { return m_delivery.isReady(); }
     float margin() const { return m_delivery.margin(); } ///< that a text must have
 

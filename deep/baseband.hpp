@@ -13,8 +13,8 @@ namespace sorvel::deep {
 /// Samples are named by their number since the beginning; sample n is the middle of time n * 3 / 8000 s.
 class Baseband {
 public:
-    /// Always at hand, 5.4 s: a transmission, and the 2.1 s that an attempt at it may take and look around.
-    static constexpr std::ptrdiff_t kKept = 14336;
+    /// Always at hand, 4.2 s: a transmission, and the 0.9 s that an attempt at it may take and look around.
+    static constexpr std::ptrdiff_t kKept = 11264;
 
     Baseband() : m_re(kKept + kRoom), m_im(kKept + kRoom) { reset(); }
 
@@ -28,16 +28,12 @@ public:
 
     /// Number of the sample that comes next.
     std::int64_t end() const { return m_end; }
-    /// Where sample `first` lies; at least `end() - kKept`. Good until the next `append`.
+    /// Where sample `first` lies; at least `end() - kKept`. Good until `makeRoom`.
     const float* re(std::int64_t first) const { return &m_re[place(first)]; }
     const float* im(std::int64_t first) const { return &m_im[place(first)]; }
 
-    /// Where up to a block of samples may be written, for `append` to count them in.
-    float* nextRe() { return &m_re[m_filled]; }
-    float* nextIm() { return &m_im[m_filled]; }
-    void append(std::size_t count) {
-        m_filled += count;
-        m_end += static_cast<std::int64_t>(count);
+    /// Makes room for a block of samples behind the last one; moves what is kept.
+    void makeRoom() {
         if (m_filled + kBlock <= m_re.size()) return;
         for (std::vector<float>* const part : {&m_re, &m_im}) {
             const auto filled = part->begin() + static_cast<std::ptrdiff_t>(m_filled);
@@ -45,9 +41,16 @@ public:
         }
         m_filled = kKept;
     }
+    /// Where they may be written, for `append` to count them in, at once or by and by.
+    float* nextRe() { return &m_re[m_filled]; }
+    float* nextIm() { return &m_im[m_filled]; }
+    void append(std::size_t count) {
+        m_filled += count;
+        m_end += static_cast<std::int64_t>(count);
+    }
 
 private:
-    static constexpr std::size_t kRoom = 4096; // for samples until the kept ones move to the front
+    static constexpr std::size_t kRoom = 1024; // for samples until the kept ones move to the front
 
     std::size_t place(std::int64_t number) const {
         return m_filled - static_cast<std::size_t>(std::min<std::int64_t>(m_end - number, kKept));

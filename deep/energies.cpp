@@ -6,12 +6,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace sorvel::deep {
 
 namespace {
 
-constexpr std::size_t kPoints = 2048;
+constexpr std::size_t kPoints = 1024;
 constexpr std::int64_t kStep_samples = 32; // from one end tried to the next
 constexpr std::size_t kRank = 4;           // the fifth quietest of 17 chunks
 constexpr float kRankOfNoise = 0.336F;     // its mean, for powers with mean 1
@@ -28,32 +29,59 @@ void scaleBy(float* values, std::size_t count, float factor) {
 
 /// Keeps the five smallest of each column in order, one row at a time.
 SORVEL_DEEP_CLONES
-void fifthSmallest(const float* rows, std::size_t columns, float* out) {
+void fifthSmallest(const ShortFloat* rows, std::size_t columns, float* out) {
     constexpr std::size_t kTile = 64;
     for (std::size_t from = 0; from < columns; from += kTile) {
         const std::size_t n = std::min(kTile, columns - from);
-        float least[kRank + 1][kTile];
-        for (auto& rank : least) std::fill(rank, rank + kTile, 3e38F);
+        ShortFloat least[kRank + 1][kTile];
+        for (auto& rank : least) std::fill(rank, rank + kTile, ShortFloat{0x7f7f});
         for (std::size_t chunk = 0; chunk < kChunks; ++chunk) {
-            const float* const row = rows + chunk * columns + from;
+            const ShortFloat* const row = rows + chunk * columns + from;
             for (std::size_t i = 0; i < n; ++i) {
-                float value = row[i];
+                ShortFloat value = row[i];
                 for (auto& rank : least) {
-                    const float smaller = std::min(rank[i], value);
+                    const ShortFloat smaller = std::min(rank[i], value);
                     value = std::max(rank[i], value);
                     rank[i] = smaller;
                 }
             }
         }
-        std::copy(least[kRank], least[kRank] + n, out + from);
+        for (std::size_t i = 0; i < n; ++i) out[from + i] = lengthened(least[kRank][i]);
+    }
+}
+
+/// Powers of every second half bin, from the transform's order.
+SORVEL_DEEP_CLONES
+void everySecondPower(const float* re, const float* im, std::size_t count, float* out) {
+    for (std::size_t i = 0; i < count; ++i) out[2 * i] = re[i] * re[i] + im[i] * im[i];
+}
+
+SORVEL_DEEP_CLONES
+void shorten(const float* from, std::size_t count, float factor, ShortFloat* to) {
+    for (std::size_t i = 0; i < count; ++i) to[i] = shortened(from[i] * factor);
+}
+
+SORVEL_DEEP_CLONES
+void turnHalfBin(const float* turn, const float* in, float* re, float* im) {
+    for (std::size_t i = 0; i < kChunk; ++i) {
+        const float c = turn[i], s = turn[kChunk + i];
+        re[i] = in[i] * c + in[kChunk + i] * s;
+        im[i] = in[kChunk + i] * c - in[i] * s;
     }
 }
 
 } // namespace
 
-Refinement::Refinement()
-    : m_transform(kPoints), m_window(trapezoid(kChunk)), m_re(kPoints), m_im(kPoints),
-      m_spectra(kChunks * kBins), m_noise(kBins), m_smooth(kBins) {}
+Refinement::Refinement(Transform& transform)
+    : m_transform(transform), m_window(trapezoid(kChunk)), m_halfBin(2 * kChunk), m_windowed(2 * kChunk),
+      m_re(kPoints), m_im(kPoints), m_power(kBins), m_spectra(kChunks * kBins), m_noise(kBins),
+      m_smooth(kBins) {
+    for (std::size_t i = 0; i < kChunk; ++i) {
+        const double angle = std::numbers::pi * static_cast<double>(i) / kPoints;
+        m_halfBin[i] = static_cast<float>(std::cos(angle));
+        m_halfBin[kChunk + i] = static_cast<float>(std::sin(angle));
+    }
+}
 
 void Refinement::begin(std::int64_t end, int shift) noexcept {
     m_end = end;
@@ -76,10 +104,10 @@ void Refinement::finish(SampleView samples, ToneEnergies& energies) noexcept {
     spectra(samples, m_best.end);
     measureNoise();
     for (std::size_t chunk = 0; chunk < kChunks; ++chunk) {
-        const float* const row = &m_spectra[chunk * kBins];
+        const ShortFloat* const row = &m_spectra[chunk * kBins];
         for (std::size_t tone = 0; tone < kTones; ++tone) {
             const std::size_t bin = placeOf(tone, m_best.shift);
-            energies[chunk][tone] = row[bin] / m_noise[bin];
+            energies[chunk][tone] = lengthened(row[bin]) / m_noise[bin];
         }
     }
 }
@@ -91,20 +119,36 @@ std::int64_t Refinement::chunkEnd(std::int64_t end, std::size_t chunk) const noe
 }
 
 void Refinement::spectra(SampleView samples, std::int64_t end) noexcept {
-    constexpr std::size_t kBelow = -kFirstBin;
     for (std::size_t chunk = 0; chunk < kChunks; ++chunk) {
         const std::size_t from =
             samples.index(chunkEnd(end, chunk) - static_cast<std::int64_t>(kChunk), kChunk);
-        limitBursts(samples.re + from, samples.im + from, kChunk, m_re.data(), m_im.data());
-        applyWindow(m_window, m_re.data(), m_im.data());
-        std::fill(m_re.begin() + kChunk, m_re.end(), 0.0F);
-        std::fill(m_im.begin() + kChunk, m_im.end(), 0.0F);
-        m_transform.forward(m_re.data(), m_im.data());
-        float* const row = &m_spectra[chunk * kBins];
-        powers(m_re.data() + kPoints - kBelow, m_im.data() + kPoints - kBelow, kBelow, row);
-        powers(m_re.data(), m_im.data(), kBins - kBelow, row + kBelow);
-        scaleBy(row, kBins, 1.0F / ToneComb::noise({row, kBins}));
+        float* const re = m_windowed.data();
+        float* const im = re + kChunk;
+        limitBursts(samples.re + from, samples.im + from, kChunk, re, im);
+        applyWindow(m_window, re, im);
+        spectrum(false);
+        spectrum(true);
+        shorten(m_power.data(), kBins, 1.0F / ToneComb::noise(m_power), &m_spectra[chunk * kBins]);
     }
+}
+
+/// The whole bins, or those halfway between: two transforms of the 1024 points at hand give what one of
+/// 2048 would.
+void Refinement::spectrum(bool isBetween) noexcept {
+    if (isBetween) {
+        turnHalfBin(m_halfBin.data(), m_windowed.data(), m_re.data(), m_im.data());
+    } else {
+        std::copy_n(m_windowed.begin(), kChunk, m_re.begin());
+        std::copy_n(m_windowed.begin() + kChunk, kChunk, m_im.begin());
+    }
+    std::fill(m_re.begin() + kChunk, m_re.end(), 0.0F);
+    std::fill(m_im.begin() + kChunk, m_im.end(), 0.0F);
+    m_transform.forward(m_re.data(), m_im.data());
+    constexpr std::size_t kBelow =
+        -kFirstBin / 2; // whole bins below the centre, which the transform has last
+    float* const power = m_power.data() + (isBetween ? 1 : 0);
+    everySecondPower(m_re.data() + kPoints - kBelow, m_im.data() + kPoints - kBelow, kBelow, power);
+    everySecondPower(m_re.data(), m_im.data(), kBins / 2 - kBelow, power + 2 * kBelow);
 }
 
 std::size_t Refinement::placeOf(std::size_t tone, float shift) noexcept {
@@ -123,12 +167,12 @@ float Refinement::fit(float shift) const noexcept {
     }
     float sum = 0.0F;
     for (std::size_t chunk = 0; chunk < kChunks; ++chunk) {
-        const float* const row = &m_spectra[chunk * kBins];
+        const ShortFloat* const row = &m_spectra[chunk * kBins];
         for (std::size_t side = 0; side < 2; ++side) {
             float most = 0.0F;
             for (std::size_t tone = 0; tone < kTones / 2; ++tone)
-                most = std::max(most,
-                                row[places[side * (kTones / 2) + tone]] * quiet[side * (kTones / 2) + tone]);
+                most = std::max(most, lengthened(row[places[side * (kTones / 2) + tone]]) *
+                                          quiet[side * (kTones / 2) + tone]);
             sum += compressed(most);
         }
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "deep/baseband.hpp"
+#include "deep/short_float.hpp"
 #include "deep/transform.hpp"
 
 #include <array>
@@ -40,10 +41,11 @@ struct SampleView {
 /// quietest of the 17 chunks. That is smooth over the band (a median of neighbours); a bin four times above
 /// its neighbours is a whistle and counts with its own.
 ///
-/// Thread: one at a time. Allocates in the constructor only. 100 KiB.
+/// Thread: one at a time. Allocates in the constructor only.
 class Refinement {
 public:
-    Refinement();
+    /// @param transform  of 1024 points, lent for good; may serve others too
+    explicit Refinement(Transform& transform);
 
     static constexpr int kEnds = 3; ///< steps of `tryEnd` per candidate
     void begin(std::int64_t end, int shift) noexcept;
@@ -60,14 +62,17 @@ private:
     static constexpr std::size_t kBins = 2 * 672;
 
     void spectra(SampleView samples, std::int64_t end) noexcept;
+    void spectrum(bool isBetween) noexcept;
     void measureNoise() noexcept;
     float fit(float shift) const noexcept;
     static std::size_t placeOf(std::size_t tone, float shift) noexcept;
     std::int64_t chunkEnd(std::int64_t end, std::size_t chunk) const noexcept;
 
-    Transform m_transform;
-    std::vector<float> m_window, m_re, m_im;
-    std::vector<float> m_spectra; // 17 rows of kBins
+    Transform& m_transform;
+    std::vector<float> m_window, m_halfBin; // cosines, then sines, of half a bin
+    std::vector<float> m_windowed;          // a chunk: real parts, then imaginary ones
+    std::vector<float> m_re, m_im, m_power;
+    std::vector<ShortFloat> m_spectra; // 17 rows of kBins
     std::vector<float> m_noise, m_smooth;
     std::int64_t m_end = 0;
     int m_shift = 0;

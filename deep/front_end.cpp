@@ -69,6 +69,7 @@ FrontEnd::FrontEnd(double rate_hz)
       m_taps((static_cast<std::size_t>(std::ceil(kLength_s * rate_hz)) + 16) / 16 * 16),
       m_rows(m_step == std::floor(m_step) ? 1 : kPositions + 1), m_piece(kPiece), m_re(m_taps + 4 * kPiece),
       m_im(m_taps + 4 * kPiece) {
+    m_weights.reserve(m_rows * m_taps);
     for (std::size_t row = 0; row < m_rows; ++row) {
         const double offset = static_cast<double>(row) / kPositions;
         double sum = 0.0;
@@ -80,6 +81,7 @@ FrontEnd::FrontEnd(double rate_hz)
                 2.0 / sum *
                 weight((static_cast<double>(k) - offset - static_cast<double>(m_taps / 2 - 1)) / rate_hz)));
     }
+    m_turn.reserve(2 * kPiece);
     for (const bool isSine : {false, true}) {
         for (std::size_t k = 0; k < kPiece; ++k) {
             const double angle = 2.0 * std::numbers::pi * m_cyclesPerSample * static_cast<double>(k);

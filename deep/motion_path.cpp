@@ -114,8 +114,8 @@ void Trellis::trace(std::span<const Chirp> chirps, Steps& steps) const noexcept 
     }
 }
 
-ChirpScores::ChirpScores()
-    : m_transform(kPoints), m_comb(kPoints, kReach), m_trapezoid(kChunk),
+ChirpScores::ChirpScores(Transform& transform)
+    : m_transform(transform), m_comb(kPoints, kReach), m_trapezoid(kChunk),
       m_factors((kMostSlopes + kMostBends) * 2 * kChunk), m_windowed(4 * kChunk), m_re(kPoints),
       m_im(kPoints), m_power(m_comb.bins()), m_scores(2 * kReach + 1) {
     m_trapezoid = trapezoid(m_trapezoid.size(), 0.15);

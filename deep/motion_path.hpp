@@ -83,7 +83,8 @@ public:
     static constexpr int kReach = 57;
     static constexpr int kMostSlopes = 7, kMostBends = 4;
 
-    ChirpScores();
+    /// @param transform  of 1024 points, lent for good; may serve others too
+    explicit ChirpScores(Transform& transform);
 
     /// Chirps of slopes i `slopeStep`, |i| <= `slopes`, and bends k `bendStep`, |k| <= `bends`, within the
     /// ellipse (i / (slopes + 0.25))^2 + (k / (bends + 0.2))^2 <= 1. Takes some 0.1 ms.
@@ -112,7 +113,7 @@ private:
     const float* factor(std::size_t row) const noexcept { return m_factors.data() + row * 2 * kChunk; }
     void setFactor(std::size_t row, double slope_hz_s, double bend_hz_s2) noexcept;
 
-    Transform m_transform;
+    Transform& m_transform;
     ToneComb m_comb;
     std::size_t m_count = 0;
     std::array<Chirp, kMostChirps> m_chirps;

@@ -31,8 +31,8 @@ Trellis::JumpCost fineJump(float worth, bool isWide) {
 
 } // namespace
 
-MotionSearch::MotionSearch()
-    : m_re(kBefore_samples + kAfter_samples), m_im(kBefore_samples + kAfter_samples) {}
+MotionSearch::MotionSearch(Transform& transform)
+    : m_re(kBefore_samples + kAfter_samples), m_im(kBefore_samples + kAfter_samples), m_chirps(transform) {}
 
 void MotionSearch::enter(Stage stage) noexcept {
     m_stage = stage;

@@ -36,7 +36,8 @@ public:
     static constexpr std::size_t kBefore_samples = 9664;
     static constexpr std::size_t kAfter_samples = 1088;
 
-    MotionSearch();
+    /// @param transform  of 1024 points, lent for good; may serve others too
+    explicit MotionSearch(Transform& transform);
 
     /// Copies what it needs. @param end  index of the first sample behind the supposed transmission
     void begin(std::span<const float> re, std::span<const float> im, std::size_t end) noexcept;

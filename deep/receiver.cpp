@@ -17,8 +17,8 @@ namespace sorvel::deep {
 namespace {
 
 // With what every block costs, some 1 ms a second, this stays below 5 ms a second.
-constexpr float kSteadyPerBlock_us = 55.0F, kSteadyLimit_us = 60'000.0F;
-constexpr float kMotionPerBlock_us = 30.0F, kMotionLimit_us = 90'000.0F;
+constexpr float kSteadyPerBlock_us = 40.0F, kSteadyLimit_us = 50'000.0F;
+constexpr float kMotionPerBlock_us = 20.0F, kMotionLimit_us = 80'000.0F;
 constexpr float kQuick_us = 1500.0F;  // of a quick attempt
 constexpr float kFull_us = 15'000.0F; // what must be left for a full one
 constexpr float kMotion_us = 40'000.0F;
@@ -41,7 +41,7 @@ float speed_m_s(float shift) { return kSpeedOfSound_m_s * shift * static_cast<fl
 class Receiver::Parts {
 public:
     Parts(double rate_hz, std::string_view prefix)
-        : m_frontEnd(rate_hz), m_attempt(prefix), m_rate_hz(rate_hz) {}
+        : m_frontEnd(rate_hz), m_attempt(prefix, m_transform), m_rate_hz(rate_hz) {}
 
     bool isReady() const { return m_attempt.isReady(); }
     double rate_hz() const { return m_rate_hz; }
@@ -72,10 +72,11 @@ private:
     Baseband m_baseband;
     std::size_t m_inBlock = 0;
     std::int64_t m_row = 0;
-    Rows m_rows;
+    Transform m_transform{1024};
+    Rows m_rows{m_transform};
     Candidates m_candidates;
     MotionGate m_gate;
-    MotionSearch m_motion;
+    MotionSearch m_motion{m_transform};
     Attempt m_attempt;
     double m_rate_hz;
 
@@ -117,6 +118,7 @@ void Receiver::Parts::reset() noexcept {
 template <typename Sample>
 void Receiver::Parts::push(std::span<const Sample> samples) noexcept {
     while (!samples.empty()) {
+        m_baseband.makeRoom();
         std::size_t left = m_frontEnd.take(samples, m_baseband.nextRe(), m_baseband.nextIm());
         while (left > 0) {
             const std::size_t taken = std::min(left, kBlock - m_inBlock);

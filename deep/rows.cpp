@@ -41,17 +41,23 @@ void whitenBins(float* power, float* colour, float* quietest, const float* line,
 }
 
 SORVEL_DEEP_CLONES
-void quietestOfAll(const float* spans, std::size_t count, std::size_t bins, float* line) {
-    std::copy(spans, spans + bins, line);
-    for (std::size_t span = 1; span < count; ++span)
-        for (std::size_t i = 0; i < bins; ++i) line[i] = std::min(line[i], spans[span * bins + i]);
-    for (std::size_t i = 0; i < bins; ++i) line[i] = line[i] > kLoud ? line[i] : 1.0F;
+void shorten(const float* from, std::size_t count, ShortFloat* to) {
+    for (std::size_t i = 0; i < count; ++i) to[i] = shortened(from[i]);
+}
+
+SORVEL_DEEP_CLONES
+void quietestOfAll(const ShortFloat* spans, std::size_t count, std::size_t bins, float* line) {
+    for (std::size_t i = 0; i < bins; ++i) {
+        ShortFloat least = spans[i];
+        for (std::size_t span = 1; span < count; ++span) least = std::min(least, spans[span * bins + i]);
+        line[i] = lengthened(least) > kLoud ? lengthened(least) : 1.0F;
+    }
 }
 
 } // namespace
 
-Rows::Rows()
-    : m_transform(kPoints), m_comb(kPoints, kMostShift), m_bins(m_comb.bins()), m_window(trapezoid(kChunk)),
+Rows::Rows(Transform& transform)
+    : m_transform(transform), m_comb(kPoints, kMostShift), m_bins(m_comb.bins()), m_window(trapezoid(kChunk)),
       m_re(kPoints), m_im(kPoints), m_power(m_bins), m_colour(m_bins), m_quietest(m_bins),
       m_quietestOf(kSpans * m_bins), m_line(m_bins) {
     reset();
@@ -61,7 +67,7 @@ void Rows::reset() noexcept {
     std::fill(m_colour.begin(), m_colour.end(), 1.0F);
     std::fill(m_line.begin(), m_line.end(), 1.0F);
     std::fill(m_quietest.begin(), m_quietest.end(), kNever);
-    std::fill(m_quietestOf.begin(), m_quietestOf.end(), 0.0F);
+    std::fill(m_quietestOf.begin(), m_quietestOf.end(), ShortFloat{0});
     m_rowsOfSpan = 0;
     m_span = 0;
 }
@@ -86,8 +92,7 @@ void Rows::whiten() noexcept {
 
 void Rows::followLines() noexcept {
     m_rowsOfSpan = 0;
-    std::copy(m_quietest.begin(), m_quietest.end(),
-              m_quietestOf.begin() + static_cast<std::ptrdiff_t>(m_span * m_bins));
+    shorten(m_quietest.data(), m_bins, m_quietestOf.data() + m_span * m_bins);
     m_span = (m_span + 1) % kSpans;
     std::fill(m_quietest.begin(), m_quietest.end(), kNever);
     quietestOfAll(m_quietestOf.data(), kSpans, m_bins, m_line.data());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "deep/band.hpp"
+#include "deep/short_float.hpp"
 #include "deep/tone_comb.hpp"
 #include "deep/transform.hpp"
 
@@ -24,7 +25,8 @@ inline constexpr std::size_t kShifts = 2 * kMostShift + 1;
 /// Thread: one at a time. Allocates in the constructor only.
 class Rows {
 public:
-    Rows();
+    /// @param transform  of 1024 points, lent for good; may serve others too
+    explicit Rows(Transform& transform);
     void reset() noexcept;
 
     /// Takes the chunk's length of samples that ends with the newest.
@@ -38,15 +40,15 @@ private:
     void whiten() noexcept;
     void followLines() noexcept;
 
-    Transform m_transform;
+    Transform& m_transform;
     ToneComb m_comb;
     std::size_t m_bins;
     std::vector<float> m_window;
     std::vector<float> m_re, m_im;
     std::vector<float> m_power, m_colour;
-    std::vector<float> m_quietest;   // by bin: of the 8 rows under way
-    std::vector<float> m_quietestOf; // by span of 8 rows, then by bin
-    std::vector<float> m_line;       // by bin: the quietest moment of all spans, if that is loud; else 1
+    std::vector<float> m_quietest;        // by bin: of the 8 rows under way
+    std::vector<ShortFloat> m_quietestOf; // by span of 8 rows, then by bin
+    std::vector<float> m_line;            // by bin: the quietest moment of all spans, if that is loud; else 1
     std::size_t m_rowsOfSpan = 0;
     std::size_t m_span = 0;
     std::array<float, kShifts> m_scores{};

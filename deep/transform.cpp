@@ -94,6 +94,9 @@ void passes(std::size_t points, float* __restrict re, float* __restrict im, floa
 } // namespace
 
 Transform::Transform(std::size_t points) : m_points(points), m_scratch(2 * points) {
+    std::size_t count = 0;
+    for (std::size_t n = points; n >= 4; n /= 4) count += 6 * (n / 4);
+    m_twiddles.reserve(count);
     for (std::size_t n = points; n >= 4; n /= 4) {
         for (unsigned multiple = 1; multiple <= 3; ++multiple) {
             for (const bool isSine : {false, true}) {

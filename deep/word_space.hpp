@@ -50,7 +50,7 @@ public:
         std::uint8_t flip = 0;   ///< bits of it that change
     };
 
-    static constexpr std::size_t kMaxChanges = 256; ///< dearer ones are left out
+    static constexpr std::size_t kMaxChanges = 160; ///< dearer ones are left out
     static constexpr std::size_t kMaxDependent = 16;
 
     /// False where more nibbles are dependent than there is room for; such scores do not come from sound.

@@ -20,7 +20,8 @@ constexpr double kLead_s = 4.0;
 /// What a listener does: rows to the gate, its candidates to the search. The nibbles right of the best.
 struct Listener {
     MotionGate gate;
-    MotionSearch search;
+    Transform transform(1024);
+    MotionSearch search(transform);
     int candidates = 0;
 
     std::vector<int> hear(const Sound& sound, const std::vector<Nibbles>& sent) {
@@ -109,7 +110,8 @@ TEST(MotionGate, PartsTransmissionsThatFollowOneAnotherAndLeavesNoiseAlone) {
 }
 
 TEST(MotionSearch, EndsAndAllocatesNothingWhateverTheSound) {
-    MotionSearch search;
+    Transform transform(1024);
+    MotionSearch search(transform);
     MotionGate gate;
     std::mt19937 random(9);
     Sound noise(11000), silence(11000), odd(11000), steady(11000);
