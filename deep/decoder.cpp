@@ -210,7 +210,7 @@ void TextDecoder::look(const Node& node) {
     float weight = 0.0F;
     for (auto change = first; change != last; ++change) {
         if ((node.used >> change->nibble & 1U) != 0) continue;
-        weight += change->weight;
+        weight += lengthened(change->weight);
         const std::uint64_t dependent = node.dependent ^ change->mask;
         float left = spare - change->cost;
         for (std::size_t pair = 0; pair < kSurePairs; ++pair)
@@ -239,7 +239,7 @@ bool TextDecoder::goOn() {
         m_path[m_depth] = static_cast<std::uint8_t>(at);
         Node& further = m_nodes[++m_depth];
         further = {node.dependent ^ change.mask, node.used | std::uint64_t{1} << change.nibble, cost,
-                   node.weight * change.weight, node.next};
+                   node.weight * lengthened(change.weight), node.next};
         look(further);
         return true;
     }

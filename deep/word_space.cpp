@@ -208,7 +208,7 @@ void WordSpace::addChanges(std::size_t nibble, const Scores& scores, std::uint16
         if (left == kNever) continue;
         Change change;
         change.cost = most[best & information] - left;
-        change.weight = weights[(best ^ flip) & information] / bestWeight;
+        change.weight = shortened(weights[(best ^ flip) & information] / bestWeight);
         change.nibble = static_cast<std::uint8_t>(nibble);
         change.flip = static_cast<std::uint8_t>(flip);
         for (std::size_t bit = 0; bit < 4; ++bit)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "deep/band.hpp"
+#include "deep/short_float.hpp"
 #include "payload/encoding.hpp"
 
 #include <array>
@@ -45,12 +46,12 @@ public:
     struct Change {
         std::uint64_t mask = 0; ///< to the dependent nibbles, 4 bits each
         float cost = 0.0F;
-        float weight = 0.0F;     ///< probability of what it changes to over that of the best
+        ShortFloat weight = 0;   ///< probability of what it changes to over that of the best
         std::uint8_t nibble = 0; ///< whose information changes
         std::uint8_t flip = 0;   ///< bits of it that change
     };
 
-    static constexpr std::size_t kMaxChanges = 160; ///< dearer ones are left out
+    static constexpr std::size_t kMaxChanges = 256; ///< dearer ones are left out
     static constexpr std::size_t kMaxDependent = 16;
 
     /// False where more nibbles are dependent than there is room for; such scores do not come from sound.
