@@ -23,16 +23,21 @@ struct Found {
 /// Every shift of the candidate is refined, scored and decoded; where tones stand so high that what
 /// remains unclear must be echo, a second view of short looks is decoded too.
 ///
+/// What a quick attempt heard and could not decode is kept for half a minute: beacons repeat, and two
+/// hearings of one text add up to some 3 dB. That of the former ones which agrees best is combined with a new
+/// one, if the nibbles say that the two are one word.
+///
 /// Thread: one at a time. Allocates in the constructor only.
 class Attempt {
 public:
     /// @param transform  of 1024 points, lent for good; may serve others too
     Attempt(std::string_view prefix, Transform& transform) : m_refinement(transform), m_delivery(prefix) {}
     bool isReady() const { return m_delivery.isReady(); }
+    void reset() noexcept; ///< forgets what was heard, and ends what is under way
     float margin() const { return m_delivery.margin(); } ///< that a text must have
 
     enum class Effort : std::uint8_t {
-        Quick, ///< the best shift alone and few words: enough for what is clear
+        Quick, ///< the best shift alone, few words, and former hearings: enough for what is clear or repeated
         Full
     };
     /// @param end     number of the sample behind the transmission, within half a row
@@ -48,18 +53,38 @@ public:
     const std::optional<Found>& found() const noexcept { return m_found; }
 
 private:
-    enum class Stage : std::uint8_t { Refine, Score, Decode, SecondView, DecodeSecond, Done };
+    enum class Stage : std::uint8_t {
+        Refine,
+        Score,
+        Decode,
+        SecondView,
+        DecodeSecond,
+        Combine,
+        DecodeCombined,
+        Done
+    };
 
     int decode(Stage next) noexcept;
     void accept(const TextDecoder::Word& word) noexcept;
     int mostWords() const noexcept;
     void nextShift() noexcept;
+    bool combine() noexcept;
+
+    /// Of a transmission that was not decoded.
+    struct Hearing {
+        std::array<std::array<ShortFloat, 16>, kNibbles> scores{};
+        std::int64_t end = 0;
+        bool isKept = false;
+    };
+    float agreement(const Hearing& before) const noexcept;
 
     Refinement m_refinement;
     SubBlocks m_subBlocks;
     Delivery m_delivery;
     ToneEnergies m_energies{};
     Scores m_scores{};
+    std::array<Hearing, 20> m_before;
+    std::size_t m_oldest = 0;
     Air m_air;
     std::int64_t m_end = 0;
     std::array<int, 3> m_shifts{};

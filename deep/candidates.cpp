@@ -10,6 +10,7 @@ namespace sorvel::deep {
 namespace {
 
 constexpr float kUnit = 8.0F;        // steps to one of strength; 16 bits then hold 90 dB
+constexpr float kNoise = 6.76F;      // mean of a row's strength in noise
 constexpr float kThreshold = 138.0F; // of the sum over 17 chunks; noise has 115
 constexpr float kClear = 8.5F;       // a row that may hold a chunk
 constexpr int kFewestClear = 10;     // of 17
@@ -42,7 +43,7 @@ Candidates::Candidates() : m_rows(kRows * kShifts), m_ages(kChunks * kShifts) {
 }
 
 void Candidates::reset() noexcept {
-    std::fill(m_rows.begin(), m_rows.end(), Packed{0});
+    std::fill(m_rows.begin(), m_rows.end(), static_cast<Packed>(kUnit * kNoise));
     m_bests.fill({});
     m_next = kRows; // so that rows before the first are silence
 }
@@ -66,8 +67,10 @@ std::optional<Candidate> Candidates::take(std::span<const float, kShifts> row) n
 
 void Candidates::pack(std::span<const float, kShifts> row) noexcept {
     Packed* const to = &m_rows[static_cast<std::size_t>(m_next % static_cast<std::int64_t>(kRows)) * kShifts];
+    // Windows that reach back before the first sample know no noise to measure against.
+    const bool isWhole = m_next >= static_cast<std::int64_t>(kRows + kRowsOfChunk);
     for (std::size_t i = 0; i < kShifts; ++i)
-        to[i] = static_cast<Packed>(std::min(kUnit * row[i] + 0.5F, 65535.0F));
+        to[i] = static_cast<Packed>(std::min(kUnit * (isWhole ? row[i] : kNoise) + 0.5F, 65535.0F));
 }
 
 void Candidates::sum() noexcept {

@@ -107,6 +107,7 @@ void Receiver::Parts::reset() noexcept {
     m_steadyAllowance.reset();
     m_motionAllowance.reset();
     m_work = Work::None;
+    m_attempt.reset();
     m_waiting.reset();
     m_deferred.reset();
     m_moving.reset();
