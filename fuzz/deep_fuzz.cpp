@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr std::size_t kMost_samples = 400'000; // some 8 s, more than the receiver keeps
+constexpr std::size_t kMost_samples = 200'000; // some 4 s, a transmission and more
 
 class Input {
 public:
