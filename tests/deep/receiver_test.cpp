@@ -260,11 +260,24 @@ Samples uncodedTones(std::size_t chunks, unsigned seed) {
     return sound;
 }
 
-// They use up the allowance for looking, which must have grown again four seconds on.
+// They use up the allowance for looking; the end must wait until it has grown again.
 TEST(Receiver, HearsTheTransmissionAfterTonesThatAreNone) {
-    const Samples sound = inRoom(uncodedTones(104, 8) + pause(4.0) + sent("acme_after all") + pause(1.0));
-    EXPECT_THAT(textsIn(sound, "acme"), ElementsAre("acme_after all"));
-    EXPECT_THAT(textsIn(sound, ""), ElementsAre("acme_after all"));
+    for (const double gap_s : {0.0, 1.0}) {
+        const Samples sound =
+            inRoom(uncodedTones(104, 8) + pause(gap_s) + sent("acme_after all") + pause(1.5));
+        EXPECT_THAT(textsIn(sound, "acme"), ElementsAre("acme_after all")) << gap_s;
+        EXPECT_THAT(textsIn(sound, ""), ElementsAre("acme_after all")) << gap_s;
+    }
+}
+
+// From deep in noise to digital silence around it.
+TEST(Receiver, FindsTheEndAtAnyLoudness) {
+    for (const double snr_db : {-8.0, 20.0, 50.0, 130.0}) {
+        Receiver receiver(kRate_hz, "acme");
+        const auto heard = heardIn(receiver, inNoise("acme_9 x", snr_db, 0.731, 7));
+        ASSERT_THAT(texts(heard), ElementsAre("acme_9 x")) << snr_db;
+        EXPECT_NEAR(heard[0].end_s, 0.731 + kTransmission_s, 0.03) << snr_db;
+    }
 }
 
 // Whatever the described receiver hears, this one hears: on channels where that hears most or just some.
