@@ -65,12 +65,19 @@ std::optional<Candidate> Candidates::take(std::span<const float, kShifts> row) n
                      middle.shiftCount};
 }
 
+/// Sixteen bits end at 8192. Were all loud rows alike, the strongest end would be any of those near it.
+static float withinRoom(float strength) {
+    constexpr float kLoud = 4000.0F;
+    return strength <= kLoud ? strength : kLoud + kLoud / 8.0F * std::log(strength / kLoud);
+}
+
 void Candidates::pack(std::span<const float, kShifts> row) noexcept {
     Packed* const to = &m_rows[static_cast<std::size_t>(m_next % static_cast<std::int64_t>(kRows)) * kShifts];
     // Windows that reach back before the first sample know no noise to measure against.
     const bool isWhole = m_next >= static_cast<std::int64_t>(kRows + kRowsOfChunk);
     for (std::size_t i = 0; i < kShifts; ++i)
-        to[i] = static_cast<Packed>(std::min(kUnit * (isWhole ? row[i] : kNoise) + 0.5F, 65535.0F));
+        to[i] =
+            static_cast<Packed>(std::min(kUnit * (isWhole ? withinRoom(row[i]) : kNoise) + 0.5F, 65535.0F));
 }
 
 void Candidates::sum() noexcept {

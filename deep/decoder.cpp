@@ -31,9 +31,10 @@ TextDecoder::TextDecoder() : m_columns(parityColumns()) { prepare({}); }
 
 bool TextDecoder::prepare(std::string_view prefix) {
     std::array<char, encoding::kMaxTextLength + 1> own{}; // vectors write in sixteens
-    const bool isKnown = prefix.size() <= own.size() && std::all_of(prefix.begin(), prefix.end(), [](char c) {
-                             return encoding::kAlphabet.find(lower(c)) != std::string_view::npos;
-                         });
+    const bool isKnown =
+        prefix.size() <= encoding::kMaxTextLength && std::all_of(prefix.begin(), prefix.end(), [](char c) {
+            return encoding::kAlphabet.find(lower(c)) != std::string_view::npos;
+        });
     m_prefixLength = isKnown ? prefix.size() : 0;
     if (isKnown) std::transform(prefix.begin(), prefix.end(), own.begin(), lower);
     for (std::size_t length = 0; length < kLengths; ++length) {

@@ -25,7 +25,7 @@ public:
 
     /// Takes up to `room()` of `samples`, full scale 1.0, and appends what they complete.
     ///
-    /// @param re,im  room for 64 samples each
+    /// @param re  room for 64 samples, as `im`
     /// @return samples of the baseband written; those taken are gone from `samples`. Sample k of the
     ///         baseband is centred on the time k * 3 / 8000 s after the first sample of the device.
     template <typename Sample>

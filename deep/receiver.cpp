@@ -30,6 +30,7 @@ constexpr std::int64_t kDeferred_rows =
     13; // a chunk, and what its candidate takes to show: a better end would have come by then
 constexpr std::int64_t kNextEnd_rows = 132; // from one transmission's end to the next one's, at least
 constexpr float kLouder = 1.15F;            // than what was delivered: not the same transmission any more
+constexpr float kNearlyAsStrong = 0.97F;    // a chunk behind the end, 16 of 17 chunks fit
 constexpr int kSlipped_bins = 18;           // a path that followed the neighbouring tones
 
 std::int64_t endOfRow(std::int64_t row) { return (row + 1) * static_cast<std::int64_t>(kBlock); }
@@ -160,7 +161,9 @@ void Receiver::Parts::take(const Candidate& candidate) noexcept {
     // The chunks of what was delivered fit the end of another transmission too, 192 ms later and so on.
     const bool mayBeNew = end - m_lastEnd >= kNextEnd_rows * static_cast<std::int64_t>(kBlock);
     if (!mayBeNew && candidate.strength < kLouder * m_lastStrength) return;
-    m_waiting = candidate;
+    if (!m_waiting || isTooOld(endOfRow(m_waiting->row)) ||
+        candidate.strength > kNearlyAsStrong * m_waiting->strength)
+        m_waiting = candidate;
     if (!m_deferred || candidate.strength > m_deferred->strength) m_deferred = candidate;
 }
 
@@ -182,11 +185,12 @@ int Receiver::Parts::workOn() noexcept {
 
 /// What is quick first, then what has waited long enough.
 bool Receiver::Parts::beginNext() noexcept {
-    if (m_waiting) {
+    // Without allowance it goes on waiting: the last transmission behind dense tones is heard later.
+    if (m_waiting && m_steadyAllowance.has(kQuick_us)) {
         m_current = *m_waiting;
         m_waiting.reset();
         m_isQuick = true;
-        if (m_steadyAllowance.has(kQuick_us) && !isTooOld(endOfRow(m_current.row))) {
+        if (!isTooOld(endOfRow(m_current.row))) {
             m_attempt.begin(endOfRow(m_current.row), {m_current.shifts.data(), m_current.shiftCount},
                             Attempt::Effort::Quick);
             m_work = Work::Steady;
