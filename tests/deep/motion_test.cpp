@@ -20,8 +20,8 @@ constexpr double kLead_s = 4.0;
 /// What a listener does: rows to the gate, its candidates to the search. The nibbles right of the best.
 struct Listener {
     MotionGate gate;
-    Transform transform(1024);
-    MotionSearch search(transform);
+    Transform transform{1024};
+    MotionSearch search{transform};
     int candidates = 0;
 
     std::vector<int> hear(const Sound& sound, const std::vector<Nibbles>& sent) {
