@@ -3,12 +3,13 @@
 #   make listen   builds and listens
 #   make test     builds and runs every test
 #   make bench    measures beside other programs: docs/performance.md and .svg, some 4 minutes
+#   make hearing  measures how far the receivers hear: docs/hearing.md and its pictures, some 2 hours
 #   make clean    removes build/
 
 JOBS ?= $(shell nproc)
 BUILD := build/release
 .DEFAULT_GOAL := listen
-.PHONY: listen test bench build clean
+.PHONY: listen test bench hearing build clean
 
 build/packages-%: cmake/packages.txt cmake/install-packages.sh
 	cmake/install-packages.sh $*
@@ -30,6 +31,11 @@ bench: build/packages-build build/packages-bench
 	cmake --preset bench
 	cmake --build build/bench -j $(JOBS) --target sorvel listening_bench analysis_times
 	python3 bench/compare.py --build build/bench --output docs
+
+hearing: build/packages-build build/packages-bench
+	cmake --preset bench
+	cmake --build build/bench -j $(JOBS) --target hearing
+	python3 bench/hearing/report.py --build build/bench --output docs
 
 clean:
 	rm -rf build

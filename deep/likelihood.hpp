@@ -1,0 +1,33 @@
+#pragma once
+
+#include "deep/energies.hpp"
+
+namespace sorvel::deep {
+
+/// How a transmission seems to have reached the microphone.
+struct Air {
+    float ratio = 0.0F;    ///< energy of a tone over the noise's, dB
+    float echo = 0.0F;     ///< part of a tone's energy that rings on into the next chunk; 0: none
+    bool isFading = false; ///< tones come with strengths of their own
+    float evidence = 0.0F; ///< logarithm of how much likelier than noise this is
+};
+
+/// From energies to what is known of every nibble, under the model of the air that explains all 34 best.
+///
+/// Where a tone was sent, its energy e over the noise is spread as (Proakis, Digital Communications, on
+/// non-coherent detection of orthogonal signals)
+///   steady: ln I0(2 sqrt(r e)) - r, for a signal of ratio r over noise;
+///   fading (Rayleigh): e r / (1 + r) - ln(1 + r), tones with strengths of their own;
+///   echo: as fading, over a noise of 1 + g (e' + 0.12 e''), where e' and e'' are the same tone's energies
+///   one and two chunks earlier, which still ring.
+/// The models are tried over a grid of r (4 to 22 dB, with echo to 40) and g.
+///
+/// Three in a hundred nibbles are taken to be anything, so that one burst does not decide.
+///
+/// Thread: any. Allocates nothing.
+Air score(const ToneEnergies& energies, Scores& scores) noexcept;
+
+/// What remains of a nibble's probabilities when a few in a hundred may be anything: ln(16 p').
+void toScores(std::span<float, 16> probabilities) noexcept;
+
+} // namespace sorvel::deep
