@@ -29,7 +29,7 @@ if(SORVEL_SDK)
   sorvel_need_package(cubeb libcubeb-dev)
   sorvel_need_package(Boost libboost-dev)
   # Imported targets that the installed package must find again: name=module.
-  set(SORVEL_PKG_MODULES "SpeexDsp=speexdsp SndFile=sndfile Curl=libcurl Uuid=uuid")
+  set(SORVEL_PKG_MODULES "SpeexDsp=speexdsp SndFile=sndfile Uuid=uuid")
 endif()
 if(SORVEL_TESTS)
   sorvel_need_package(GTest "libgtest-dev libgmock-dev")

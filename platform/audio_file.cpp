@@ -106,6 +106,7 @@ struct AudioFileReader::Source {
     Descriptor file; // outlives `sound`
     SF_INFO info{};
     bool isSeekable = false;
+    bool isWhole = false; // stored as whole numbers, so that all samples are within full scale
     Sound sound;
     std::vector<float> interleaved;
     std::string damage; // the library's words for it, once it was met
@@ -127,6 +128,19 @@ void checkFormat(const std::string& path, const SF_INFO& info) {
     if (info.samplerate < kLowestSampleRate_hz || info.samplerate > kHighestSampleRate_hz)
         cannotRead(path,
                    "a rate of " + std::to_string(info.samplerate) + " Hz, 8000 to 384000 Hz are possible");
+}
+
+bool isWhole(int format) {
+    switch (format & SF_FORMAT_SUBMASK) {
+    case SF_FORMAT_PCM_S8:
+    case SF_FORMAT_PCM_U8:
+    case SF_FORMAT_PCM_16:
+    case SF_FORMAT_PCM_24:
+    case SF_FORMAT_PCM_32:
+        return true;
+    default:
+        return false;
+    }
 }
 
 } // namespace
@@ -157,7 +171,9 @@ AudioFileReader::AudioFileReader(const std::string& path, const std::optional<Ra
                              : "no WAV stream; other formats have to come as files, samples "
                                "without a header as raw");
     checkFormat(path, info);
-    m_source->interleaved.resize(kPiece_frames * static_cast<std::size_t>(info.channels));
+    m_source->isWhole = isWhole(info.format);
+    if (info.channels > 1)
+        m_source->interleaved.resize(kPiece_frames * static_cast<std::size_t>(info.channels));
 }
 
 AudioFileReader::~AudioFileReader() = default;
@@ -177,16 +193,22 @@ std::size_t AudioFileReader::read(std::span<float> mono) {
     const auto channels = static_cast<std::size_t>(m_source->info.channels);
     std::size_t done = 0;
     while (done < mono.size()) {
-        const std::size_t wanted = std::min(mono.size() - done, kPiece_frames);
-        const sf_count_t got = sf_readf_float(m_source->sound.get(), m_source->interleaved.data(),
-                                              static_cast<sf_count_t>(wanted));
+        const std::size_t wanted =
+            channels == 1 ? mono.size() - done : std::min(mono.size() - done, kPiece_frames);
+        // One channel is read to where it is wanted.
+        float* const target = channels == 1 ? mono.data() + done : m_source->interleaved.data();
+        const sf_count_t got = sf_readf_float(m_source->sound.get(), target, static_cast<sf_count_t>(wanted));
         const std::size_t frames = std::min(wanted, static_cast<std::size_t>(std::max<sf_count_t>(got, 0)));
         // Asked at once: the library forgets an error when it is called again.
         if (frames < wanted && m_source->damage.empty() && sf_error(m_source->sound.get()) != SF_ERR_NO_ERROR)
             m_source->damage = sf_strerror(m_source->sound.get());
         if (frames == 0) break;
-        mixToMono(std::span(m_source->interleaved).first(frames * channels), channels,
-                  mono.subspan(done, frames));
+        if (channels == 1) {
+            if (!m_source->isWhole) tame(mono.subspan(done, frames));
+        } else {
+            mixToMono(std::span(m_source->interleaved).first(frames * channels), channels,
+                      mono.subspan(done, frames));
+        }
         done += frames;
     }
     // What was read before the damage is handed out first.

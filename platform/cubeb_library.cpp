@@ -71,13 +71,13 @@ void noteNothing(cubeb_stream*, void*, cubeb_state) {}
 
 CubebLibrary::CubebLibrary() {
     cubeb* opened = nullptr;
-    if (cubeb_init(&opened, "sorvel", nullptr) != CUBEB_OK) throw AudioDeviceError(kNoInput);
+    if (cubebFunctions().init(&opened, "sorvel", nullptr) != CUBEB_OK) throw AudioDeviceError(kNoInput);
     m_handle.reset(opened);
     if (!isServed() && isTurnedAway()) throw AudioDeviceError(kServerIsSilent);
 }
 
 bool CubebLibrary::isBackend(const char* name) const noexcept {
-    return std::string_view(cubeb_get_backend_id(m_handle.get())) == name;
+    return std::string_view(cubebFunctions().get_backend_id(m_handle.get())) == name;
 }
 
 bool CubebLibrary::isServed() const noexcept { return isBackend("pulse"); }
@@ -87,7 +87,7 @@ std::vector<CubebInput> CubebLibrary::inputs() const {
     const std::string chosen = isServed() ? environment("PULSE_SOURCE") : ""; // as for every client
     cubeb_device_collection listed{};
     // An error is what a machine without a server and without a default device gives.
-    if (cubeb_enumerate_devices(m_handle.get(), CUBEB_DEVICE_TYPE_INPUT, &listed) == CUBEB_OK) {
+    if (cubebFunctions().enumerate_devices(m_handle.get(), CUBEB_DEVICE_TYPE_INPUT, &listed) == CUBEB_OK) {
         for (std::size_t at = 0; at < listed.count; ++at) {
             const cubeb_device_info& info = listed.device[at];
             CubebInput input{text(info.device_id), text(info.friendly_name),
@@ -99,7 +99,7 @@ std::vector<CubebInput> CubebLibrary::inputs() const {
             if (input.description == input.name) input.description.clear();
             inputs.push_back(std::move(input));
         }
-        cubeb_device_collection_destroy(m_handle.get(), &listed);
+        cubebFunctions().device_collection_destroy(m_handle.get(), &listed);
     } else if (isServed()) {
         throw AudioDeviceError("the sound server does not list its inputs: restart it");
     }
@@ -132,7 +132,7 @@ CubebLibrary::Stream CubebLibrary::open(const CubebInput& input, bool asDefault,
     cubeb_stream* opened = nullptr;
     // PulseAudio's and ALSA's identifiers are names. Without one the server moves the stream along
     // when another input becomes the default.
-    const int result = cubeb_stream_init(
+    const int result = cubebFunctions().stream_init(
         m_handle.get(), &opened, "sorvel", asDefault ? nullptr : input.name.c_str(), &parameters, nullptr,
         nullptr, blockFrames, callbacks.data, callbacks.state, callbacks.user);
     return Stream(result == CUBEB_OK ? opened : nullptr);

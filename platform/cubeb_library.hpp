@@ -1,11 +1,11 @@
 #pragma once
 
 #include "platform/cubeb_devices.hpp" // for AudioDeviceError
+#include "platform/cubeb_functions.hpp"
 
 #include <array>
 #include <chrono>
 #include <cstdint>
-#include <cubeb/cubeb.h>
 #include <exception>
 #include <functional>
 #include <future>
@@ -46,15 +46,16 @@ public:
         void* user = nullptr;
     };
     struct Close {
-        void operator()(cubeb* library) const noexcept { cubeb_destroy(library); }
+        void operator()(cubeb* library) const noexcept { cubebFunctions().destroy(library); }
         void operator()(cubeb_stream* stream) const noexcept {
-            cubeb_stream_stop(stream);
-            cubeb_stream_destroy(stream);
+            cubebFunctions().stream_stop(stream);
+            cubebFunctions().stream_destroy(stream);
         }
     };
     using Stream = std::unique_ptr<cubeb_stream, Close>;
 
-    CubebLibrary(); ///< @throws AudioDeviceError  when there is no sound system
+    /// @throws AudioDeviceError  when there is no sound system; SharedLibraryError
+    CubebLibrary();
 
     /// Sound comes from a server, which converts to any rate and to one channel.
     bool isServed() const noexcept;

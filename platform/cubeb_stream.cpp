@@ -51,7 +51,7 @@ CubebStream::~CubebStream() {
 
 void CubebStream::start() {
     inTime([self = shared_from_this()] {
-        if (cubeb_stream_start(self->m_handle.get()) != CUBEB_OK) throw cannotOpen(self->m_input);
+        if (cubebFunctions().stream_start(self->m_handle.get()) != CUBEB_OK) throw cannotOpen(self->m_input);
         return true;
     });
     if (m_library.isServed()) std::thread([self = shared_from_this()] { self->watch(); }).detach();

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <deque>
 #include <mutex>
 #include <system_error>
@@ -40,6 +41,7 @@ public:
 
 private:
     bool start(const std::shared_ptr<Worker>& self);
+    bool prepare(const std::shared_ptr<Worker>& self);
     void work();
     void collect();
     void startTransfers();
@@ -49,7 +51,7 @@ private:
     void release(std::size_t requests);
 
     struct Deleter {
-        void operator()(CURLM* multi) const noexcept { curl_multi_cleanup(multi); }
+        void operator()(CURLM* multi) const noexcept { curlFunctions().multi_cleanup(multi); }
     };
 
     const CurlHttpOptions m_options;
@@ -75,6 +77,42 @@ private:
 
 thread_local const CurlHttpSession::Worker* CurlHttpSession::Worker::t_current = nullptr;
 
+/// Ends the workers that are left when the process ends. The TLS library, opened with the first
+/// request, ends earlier than objects made before that, and no thread may be inside it then.
+class CurlHttpSession::AtExit {
+public:
+    /// The library must be open. @return false: the process is ending
+    static bool end(const std::shared_ptr<Worker>& worker) {
+        // Never destroyed, as threads may ask until the very end.
+        static auto* const atExit = new AtExit;
+        const std::lock_guard lock(atExit->m_mutex);
+        std::erase_if(atExit->m_workers, [](const auto& each) { return each.expired(); });
+        if (!atExit->m_isOver) atExit->m_workers.push_back(worker);
+        return !atExit->m_isOver;
+    }
+
+private:
+    AtExit() {
+        s_only = this;
+        std::atexit([] { s_only->endAll(); });
+    }
+    void endAll() {
+        std::unique_lock lock(m_mutex);
+        m_isOver = true;
+        const std::vector<std::weak_ptr<Worker>> workers = std::exchange(m_workers, {});
+        lock.unlock(); // a worker's start holds its own lock while it asks for this one
+        for (const auto& each : workers)
+            if (const std::shared_ptr<Worker> worker = each.lock()) worker->shutdown();
+    }
+
+    static AtExit* s_only;
+    std::mutex m_mutex;
+    std::vector<std::weak_ptr<Worker>> m_workers;
+    bool m_isOver = false;
+};
+
+CurlHttpSession::AtExit* CurlHttpSession::AtExit::s_only = nullptr;
+
 // --- from any thread
 
 void CurlHttpSession::Worker::submit(Pending pending, const std::shared_ptr<Worker>& self) {
@@ -94,16 +132,15 @@ void CurlHttpSession::Worker::submit(Pending pending, const std::shared_ptr<Work
     }
     ++m_outstanding;
     m_arriving.put(std::move(pending));
-    curl_multi_wakeup(m_multi.get());
+    curlFunctions().multi_wakeup(m_multi.get());
 }
 
 bool CurlHttpSession::Worker::start(const std::shared_ptr<Worker>& self) {
     const std::lock_guard lock(m_mutex);
     if (m_isEnding) return false;
     if (m_isRunning) return true;
-    if (!m_multi) m_multi.reset(curl_multi_init());
-    if (!m_multi) return false;
-    curl_multi_setopt(m_multi.get(), CURLMOPT_MAXCONNECTS, static_cast<long>(m_options.inFlight));
+    if (!m_multi && !prepare(self)) return false;
+    curlFunctions().multi_setopt(m_multi.get(), CURLMOPT_MAXCONNECTS, static_cast<long>(m_options.inFlight));
     // Signals are the application's, and the TLS library's writes to a closed connection must not end
     // the process.
     const AllSignalsBlocked blocked;
@@ -114,6 +151,17 @@ bool CurlHttpSession::Worker::start(const std::shared_ptr<Worker>& self) {
     }
     m_isRunning = true;
     return true;
+}
+
+bool CurlHttpSession::Worker::prepare(const std::shared_ptr<Worker>& self) {
+    try {
+        m_multi.reset(curlFunctions().multi_init());
+    } catch (const SharedLibraryError& error) {
+        m_isEnding = true; // one line, rather than one for each event
+        if (m_options.lines)
+            m_options.lines->line(std::string("Sorvel: no events are sent: ") + error.what());
+    }
+    return m_multi && AtExit::end(self);
 }
 
 bool CurlHttpSession::Worker::drain(double seconds) {
@@ -133,7 +181,7 @@ void CurlHttpSession::Worker::shutdown() noexcept {
         m_allDone.notify_all();
     }
     if (!ending.joinable()) return;
-    curl_multi_wakeup(m_multi.get());
+    curlFunctions().multi_wakeup(m_multi.get());
     if (t_current == this) {
         ending.detach(); // it shares this object and ends right after the completion it is in
     } else {
@@ -149,11 +197,11 @@ void CurlHttpSession::Worker::work() {
         collect();
         startTransfers();
         int running = 0;
-        curl_multi_perform(m_multi.get(), &running);
+        curlFunctions().multi_perform(m_multi.get(), &running);
         finishTransfers();
         const bool hasMore =
             !m_continuations.empty() || (!m_queue.empty() && m_transfers.size() < m_options.inFlight);
-        if (!hasMore) curl_multi_poll(m_multi.get(), nullptr, 0, kIdleWait_ms, nullptr);
+        if (!hasMore) curlFunctions().multi_poll(m_multi.get(), nullptr, 0, kIdleWait_ms, nullptr);
     }
     abandonAll();
 }
@@ -182,8 +230,9 @@ void CurlHttpSession::Worker::startTransfers() {
         m_queue.pop_front();
         auto transfer =
             std::make_unique<CurlTransfer>(std::move(next.request), std::move(next.completion), m_options);
-        const bool isStarted = transfer->handle() != nullptr &&
-                               curl_multi_add_handle(m_multi.get(), transfer->handle()) == CURLM_OK;
+        const bool isStarted =
+            transfer->handle() != nullptr &&
+            curlFunctions().multi_add_handle(m_multi.get(), transfer->handle()) == CURLM_OK;
         if (isStarted) {
             m_transfers.push_back(std::move(transfer));
         } else {
@@ -196,7 +245,7 @@ void CurlHttpSession::Worker::startTransfers() {
 
 void CurlHttpSession::Worker::finishTransfers() {
     int left = 0;
-    while (const CURLMsg* const message = curl_multi_info_read(m_multi.get(), &left)) {
+    while (const CURLMsg* const message = curlFunctions().multi_info_read(m_multi.get(), &left)) {
         if (message->msg != CURLMSG_DONE) continue;
         const CURLcode result = message->data.result;
         const CurlTransfer* const done = CurlTransfer::of(message->easy_handle);
@@ -209,14 +258,15 @@ void CurlHttpSession::Worker::finishTransfers() {
 void CurlHttpSession::Worker::finish(std::size_t index, CURLcode result) {
     auto transfer = std::move(m_transfers[index]);
     m_transfers.erase(m_transfers.begin() + static_cast<std::ptrdiff_t>(index));
-    curl_multi_remove_handle(m_multi.get(), transfer->handle());
+    curlFunctions().multi_remove_handle(m_multi.get(), transfer->handle());
     transfer->complete(result);
     transfer.reset(); // with what its completion holds, before anyone is told that it is over
     release(1);
 }
 
 void CurlHttpSession::Worker::abandonAll() {
-    for (const auto& transfer : m_transfers) curl_multi_remove_handle(m_multi.get(), transfer->handle());
+    for (const auto& transfer : m_transfers)
+        curlFunctions().multi_remove_handle(m_multi.get(), transfer->handle());
     const std::size_t begun = m_transfers.size();
     m_transfers.clear();
     m_arriving.takeAll(m_queue);
@@ -235,11 +285,8 @@ void CurlHttpSession::Worker::release(std::size_t requests) {
 
 // --- the session
 
-CurlHttpSession::CurlHttpSession(CurlHttpOptions options) {
-    curl_global_init(
-        CURL_GLOBAL_DEFAULT); // counted by the library; never undone, it is the process's as well
-    m_worker = std::make_shared<Worker>(std::move(options));
-}
+CurlHttpSession::CurlHttpSession(CurlHttpOptions options)
+    : m_worker(std::make_shared<Worker>(std::move(options))) {}
 
 CurlHttpSession::~CurlHttpSession() { shutdown(); }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "telemetry/environment.hpp"
+#include "sdk/platform.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -15,6 +15,8 @@ struct CurlHttpOptions {
     std::size_t inFlight = 8;       ///< exchanges at a time
     std::size_t queued = 64;        ///< requests that wait for one; then the oldest is dropped
     std::size_t bodyBytes = 65536;  ///< a longer body makes the request fail, as do longer headers
+    std::shared_ptr<ProgressLines> lines =
+        standardErrorLines(); ///< told once if libcurl is missing; null: not
 };
 
 /// HTTPS through libcurl's multi interface, on one background thread that starts
@@ -27,7 +29,7 @@ struct CurlHttpOptions {
 /// processor time does that fill up, and then the newest is dropped.
 ///
 /// Thread: all calls from any thread. `submit` allocates, takes no lock once the thread runs, and
-/// waits for nothing; the first one starts the thread.
+/// waits for nothing; the first one opens the library, which takes some 20 ms, and starts the thread.
 class CurlHttpSession final : public HttpSession {
 public:
     explicit CurlHttpSession(CurlHttpOptions options = {});
@@ -48,6 +50,7 @@ public:
 
 private:
     class Worker;
+    class AtExit;
     std::shared_ptr<Worker> m_worker; // shared with its thread, which may outlive the session for a moment
 };
 

@@ -15,7 +15,7 @@ public:
     explicit Options(CURL* handle) : m_handle(handle) {}
     template <typename Value>
     void set(CURLoption option, Value value) {
-        m_areTaken = m_areTaken && curl_easy_setopt(m_handle, option, value) == CURLE_OK;
+        m_areTaken = m_areTaken && curlFunctions().easy_setopt(m_handle, option, value) == CURLE_OK;
     }
     bool areTaken() const { return m_areTaken; }
 
@@ -29,19 +29,19 @@ private:
 CurlTransfer::CurlTransfer(HttpRequest request, HttpSession::Completion completion,
                            const CurlHttpOptions& options)
     : m_request(std::move(request)), m_completion(std::move(completion)), m_limit_bytes(options.bodyBytes),
-      m_handle(curl_easy_init()) {
+      m_handle(curlFunctions().easy_init()) {
     if (m_handle && !(addHeaders() && prepare(options))) m_handle.reset();
 }
 
 CurlTransfer* CurlTransfer::of(CURL* handle) noexcept {
     CurlTransfer* transfer = nullptr;
-    curl_easy_getinfo(handle, CURLINFO_PRIVATE, &transfer);
+    curlFunctions().easy_getinfo(handle, CURLINFO_PRIVATE, &transfer);
     return transfer;
 }
 
 bool CurlTransfer::addHeaders() {
     const auto add = [&](const std::string& line) {
-        curl_slist* const longer = curl_slist_append(m_headers.get(), line.c_str());
+        curl_slist* const longer = curlFunctions().slist_append(m_headers.get(), line.c_str());
         if (longer == nullptr) return false;
         // The same list, unless this was its first line: then it was null before,
         // and nothing is freed.
@@ -126,7 +126,7 @@ void CurlTransfer::complete(CURLcode result) noexcept {
     try {
         if (result != CURLE_OK) return m_completion(std::nullopt);
         long status = 0;
-        curl_easy_getinfo(m_handle.get(), CURLINFO_RESPONSE_CODE, &status);
+        curlFunctions().easy_getinfo(m_handle.get(), CURLINFO_RESPONSE_CODE, &status);
         m_response.status = static_cast<int>(status);
         m_completion(std::move(m_response));
     } catch (...) {

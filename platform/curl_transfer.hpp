@@ -1,8 +1,8 @@
 #pragma once
 
+#include "platform/curl_functions.hpp"
 #include "platform/curl_http.hpp"
 
-#include <curl/curl.h>
 #include <memory>
 #include <string>
 
@@ -11,7 +11,7 @@ namespace sorvel {
 /// One request on its way: the library's handle and everything that handle points to.
 class CurlTransfer {
 public:
-    /// Prepares the handle; `handle()` is null if that failed.
+    /// Prepares the handle; `handle()` is null if that failed. The library must be open.
     CurlTransfer(HttpRequest request, HttpSession::Completion completion, const CurlHttpOptions& options);
     CurlTransfer(const CurlTransfer&) = delete;
     CurlTransfer& operator=(const CurlTransfer&) = delete;
@@ -30,8 +30,8 @@ private:
     static std::size_t receiveHeader(char* data, std::size_t size, std::size_t count, void* self) noexcept;
 
     struct Deleter {
-        void operator()(CURL* handle) const noexcept { curl_easy_cleanup(handle); }
-        void operator()(curl_slist* list) const noexcept { curl_slist_free_all(list); }
+        void operator()(CURL* handle) const noexcept { curlFunctions().easy_cleanup(handle); }
+        void operator()(curl_slist* list) const noexcept { curlFunctions().slist_free_all(list); }
     };
     HttpRequest m_request;
     HttpSession::Completion m_completion;

@@ -25,8 +25,7 @@ public:
     }
     Machine(const Machine&) = delete;
     Machine& operator=(const Machine&) = delete;
-    // Copies of the platform may be held for longer, but the TLS library ends with the process's
-    // static objects, and the network thread must have ended before.
+    // Copies of the platform may be held for longer, but nothing is sent any more.
     ~Machine() { m_http->shutdown(); }
 
     const Platform& platform() const { return m_platform; }

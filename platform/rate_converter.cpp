@@ -207,6 +207,8 @@ void mixToMono(std::span<const float> interleaved, std::size_t channels, std::sp
     }
 }
 
+void tame(std::span<float> samples) noexcept { mix<1>(samples.data(), samples); }
+
 std::int16_t toInt16(float sample) noexcept { return rounded(sample); }
 
 void toInt16(std::span<const float> samples, std::span<std::int16_t> out) noexcept {

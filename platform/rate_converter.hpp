@@ -109,6 +109,9 @@ private:
 /// @param interleaved  mono.size() * channels samples
 void mixToMono(std::span<const float> interleaved, std::size_t channels, std::span<float> mono) noexcept;
 
+/// The same for one channel, in place.
+void tame(std::span<float> samples) noexcept;
+
 /// Nearest 16-bit level of a sample of full scale 1.0; beyond it the highest or lowest, 0 for NaN.
 std::int16_t toInt16(float sample) noexcept;
 void toInt16(std::span<const float> samples, std::span<std::int16_t> out) noexcept;

@@ -71,13 +71,13 @@ std::string inHex(const std::string& bytes) {
 }
 
 MessageReceiver::MessageReceiver(std::function<void(const HeardMessage&)> deliver)
-    : RecordingReceiver(kTransmissionRate_hz), m_deliver(std::move(deliver)),
-      m_modem(parameters(GGWAVE_OPERATING_MODE_RX)) {}
+    : m_deliver(std::move(deliver)), m_modem(parameters(GGWAVE_OPERATING_MODE_RX)) {}
 
-void MessageReceiver::start() {
+double MessageReceiver::start(double) {
     m_modem.prepare(parameters(GGWAVE_OPERATING_MODE_RX));
     m_gathered = 0;
     m_frames = 0;
+    return kTransmissionRate_hz;
 }
 
 void MessageReceiver::complete() {
@@ -87,9 +87,9 @@ void MessageReceiver::complete() {
     for (std::size_t i = 0; i < kLongest_frames && m_modem.rxReceiving(); ++i) push(kSilence);
 }
 
-void MessageReceiver::push(std::span<const float> converted) {
+void MessageReceiver::push(std::span<const float> samples) {
     std::uniform_real_distribution<float> half(-0.5F * kStep, 0.5F * kStep);
-    for (const float sample : converted) {
+    for (const float sample : samples) {
         m_frame[m_gathered++] = sample + half(m_dither) + half(m_dither);
         if (m_gathered == m_frame.size()) decodeFrame();
     }

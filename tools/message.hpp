@@ -45,8 +45,8 @@ public:
 private:
     static constexpr std::size_t kFrame_samples = 1024;
 
-    void start() override;
-    void push(std::span<const float> converted) override;
+    double start(double sampleRate_hz) override;
+    void push(std::span<const float> samples) override;
     void complete() override;
     void decodeFrame();
 

@@ -4,30 +4,30 @@
 
 #include "platform/rate_converter.hpp"
 
+#include <cstdint>
 #include <span>
 #include <vector>
 
 namespace sorvel {
 
-/// Converts recordings, one after another, and hands them to a receiver at the rate it works at.
-/// Thread: one at a time.
+/// Takes recordings, one after another, each at the rate that it wants it at. Thread: one at a time.
 class RecordingReceiver {
 public:
     virtual ~RecordingReceiver() = default;
 
 protected:
-    explicit RecordingReceiver(double ownRate_hz);
+    RecordingReceiver();
 
 private:
     friend class Recording;
 
     /// A recording begins; nothing of the one before is left.
-    virtual void start() = 0;
-    virtual void push(std::span<const float> converted) = 0;
+    /// @return the rate at which it is to come, best its own, which saves the conversion
+    virtual double start(double sampleRate_hz) = 0;
+    virtual void push(std::span<const float> samples) = 0;
     /// Completes with silence what the recording ends with.
     virtual void complete() = 0;
 
-    double m_ownRate_hz;
     RateConverter m_converter; // of the recording; before the first one equal rates
     std::vector<float> m_converted;
 };
@@ -57,6 +57,7 @@ public:
 
 private:
     RecordingReceiver& m_receiver;
+    bool m_isConverted = false;
     bool m_isFinished = false;
 };
 

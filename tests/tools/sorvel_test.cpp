@@ -46,6 +46,18 @@ TEST_F(Sorvel, HearsWhatItSendsAtEveryRateAndFormatAsFileAndStream) {
     }
 }
 
+// The loader takes the first file of the name, and this one it cannot use.
+TEST_F(Sorvel, WithoutTheSoundLibraryHearsRecordingsAndSaysWhyNotTheMicrophone) {
+    write("libcubeb.so.0", "no library");
+    EXPECT_EQ(shell("sorvel send x -o a.wav && LD_LIBRARY_PATH=$PWD sorvel listen a.wav").out, "x\n");
+    for (const std::string microphone : {"devices", "listen --timeout 5 --prefix x"}) {
+        const Outcome outcome = shell("LD_LIBRARY_PATH=$PWD sorvel " + microphone);
+        EXPECT_EQ(outcome.status, 2) << microphone;
+        EXPECT_THAT(outcome.err, AllOf(HasSubstr("libcubeb.so.0"), HasSubstr("; install libcubeb0\n")));
+        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+    }
+}
+
 TEST_F(Sorvel, HearsARecordingMadeQuietAndNoisyByAnotherProgramInAnyFormat) {
     ASSERT_EQ(shell("sorvel send acme_1234 -o a.wav").status, 0);
     sox("a.wav -r 44100 -b 16 quiet.wav gain -24"); // 0.5 of full scale to -30 dBFS

@@ -1,0 +1,55 @@
+/// The path from a recording's samples to all deliveries of texts in it.
+#pragma once
+
+#include "modem/ggwave.h"
+#include "tools/recording.hpp"
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace sorvel {
+
+struct Heard {
+    std::string text;
+    /// From the recording's start to the end of the block, of some 100 ms, in which the text was complete.
+    double time_s = 0.0;
+};
+
+/// Feeds recordings to a modem of its own, as floats: at 44.1, 48 and 96 kHz at their own rate, which hears
+/// as well as the way of a microphone, through 16 bits at 96 kHz, and takes a fraction of its time
+/// (bench/recording_ways); others are converted to 48 kHz.
+///
+/// Any number may be at work, each on a thread of its own; 0.4 MB each.
+class RecordingDecoder : public RecordingReceiver {
+public:
+    /// @param prefix   compared without regard to ASCII case. Empty: every text
+    /// @param deliver  called while a recording is taken and finished, for each delivery: the decoder reports
+    ///                 a text some two times, and more while one repeats. What it throws passes through
+    RecordingDecoder(const std::string& prefix, std::function<void(const Heard&)> deliver);
+
+protected:
+    double start(double sampleRate_hz) override;
+    /// A second of silence: it completes a text that the recording ends with. One that misses more is
+    /// beyond what the code corrects.
+    void complete() override;
+    double length_s() const; ///< of the recording, once it is complete
+
+private:
+    void push(std::span<const float> samples) override;
+    void decode(std::span<const float> block);
+
+    std::string m_prefix;
+    std::function<void(const Heard&)> m_deliver;
+    GGWave m_modem;
+    double m_rate_hz = 0.0;
+    std::vector<float> m_block; // the one that is being filled
+    std::size_t m_gathered = 0; // samples in it
+    std::uint64_t m_pushed = 0; // samples of this recording
+    std::uint64_t m_decoded = 0;
+    bool m_isComplete = false;
+};
+
+} // namespace sorvel
