@@ -2,6 +2,7 @@
 #pragma once
 
 #include "modem/ggwave.h"
+#include "tools/heard.hpp"
 #include "tools/recording.hpp"
 
 #include <cstdint>
@@ -11,12 +12,6 @@
 #include <vector>
 
 namespace sorvel {
-
-struct Heard {
-    std::string text;
-    /// From the recording's start to the end of the block, of some 100 ms, in which the text was complete.
-    double time_s = 0.0;
-};
 
 /// Feeds recordings to a modem of its own, as floats: at 44.1, 48 and 96 kHz at their own rate, which hears
 /// as well as the way of a microphone, through 16 bits at 96 kHz, and takes a fraction of its time
