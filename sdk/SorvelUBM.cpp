@@ -172,8 +172,11 @@ void SorvelUBM::Listener::startListening() {
 AudioResult SorvelUBM::Listener::openMicrophone() {
     if (!m_mic || !m_wrapper) return AudioResult::failure("there is no microphone");
     const sorvel::AudioFormat hardware = m_mic->outputFormat(kBus);
-    auto converter = m_platform.makeConverter(hardware, sorvel::kTargetFormat);
-    if (!converter) return AudioResult::failure("the microphone's rate or format cannot be converted");
+    if (m_micTapped) m_mic->removeTap(kBus); // the decoder is prepared while no block is under way
+    const bool isTakenAsCaptured = m_wrapper->prepare(hardware, m_prefix);
+    auto converter = isTakenAsCaptured ? nullptr : m_platform.makeConverter(hardware, sorvel::kTargetFormat);
+    if (!converter && !isTakenAsCaptured)
+        return AudioResult::failure("the microphone's rate or format cannot be converted");
 
     auto decoding =
         std::make_shared<BlockDecoding>(std::move(converter), m_wrapper, m_prefix, m_platform.progress);

@@ -45,14 +45,18 @@ BlockDecoding::BlockDecoding(std::unique_ptr<AudioConverter> converter, std::sha
       m_progress(std::move(progress)), m_output(kTargetFormat, kTargetBlockFrames, kTargetBlockBytes) {}
 
 std::string_view BlockDecoding::hear(const AudioBuffer& block) {
-    if (!convert(block)) return {};
     m_payload.fill(0);
-    const std::int32_t length =
-        m_decoder->Decode(m_output.int16Samples(0).data(), waveformBytes(), m_payload.data(), m_prefix);
+    const std::int32_t length = decode(block);
     if (length < 1) return {};
     std::transform(m_payload.begin(), m_payload.end(), m_text.begin(),
                    [](unsigned char byte) { return byte < 128 ? static_cast<char>(byte) : ' '; });
     return std::string_view(m_text.data(), m_text.size()).substr(0, static_cast<std::size_t>(length));
+}
+
+std::int32_t BlockDecoding::decode(const AudioBuffer& block) {
+    if (!m_converter) return m_decoder->DecodeCaptured(block, m_payload.data());
+    if (!convert(block)) return 0;
+    return m_decoder->Decode(m_output.int16Samples(0).data(), waveformBytes(), m_payload.data(), m_prefix);
 }
 
 /// @return whether there is anything to decode

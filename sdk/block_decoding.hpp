@@ -13,12 +13,13 @@ namespace sorvel {
 /// The decoder behind `CPP_wrapper`.
 std::unique_ptr<Decoder> makeModemDecoder();
 
-/// From one captured block to the text it completes: conversion to 96 kHz,
-/// decoding, bytes to characters.
+/// From one captured block to the text it completes: conversion to 96 kHz where the decoder wants
+/// that, decoding, bytes to characters.
 ///
 /// Made at every start of listening, with all the memory it needs; used on the capture thread.
 class BlockDecoding {
 public:
+    /// @param converter  null: blocks go to the decoder as they are
     BlockDecoding(std::unique_ptr<AudioConverter> converter, std::shared_ptr<Decoder> decoder,
                   std::string prefix, std::shared_ptr<ProgressLines> progress);
 
@@ -30,6 +31,7 @@ public:
     std::string_view hear(const AudioBuffer& block);
 
 private:
+    std::int32_t decode(const AudioBuffer& block);
     bool convert(const AudioBuffer& block);
     std::int32_t waveformBytes() const noexcept;
     void print(std::string_view line);

@@ -37,12 +37,25 @@ public:
 std::shared_ptr<ProgressLines> standardOutputLines();
 std::shared_ptr<ProgressLines> standardErrorLines();
 
-/// From converted blocks to texts. The listener makes one of these; without a maker in the platform
+/// From blocks to texts. The listener makes one of these; without a maker in the platform
 /// it is the modem behind `CPP_wrapper`, whose calls it has.
+///
+/// Blocks come converted, to `Decode`, or as the source delivers them, to `DecodeCaptured`, as
+/// `prepare` asks at each start of listening. Both run on the capture thread: no allocation, lock,
+/// wait or file there.
 class Decoder {
 public:
     virtual ~Decoder() = default;
     virtual void InitSorvelWave() = 0;
+    /// Listening starts: what comes next does not follow what came before. Not on the capture
+    /// thread, and no block is under way; may allocate.
+    /// @param captured  what the source delivers
+    /// @param prefix    in lower case; the same one comes with every `Decode`
+    /// @return true: blocks are to come in that format, to `DecodeCaptured`; false: as kTargetFormat, to
+    /// `Decode`
+    virtual bool prepare(const AudioFormat& /*captured*/, const std::string& /*prefix*/) { return false; }
+    /// @return as `Decode`; -1 also for a block in another format than the one prepared for
+    virtual std::int32_t DecodeCaptured(const AudioBuffer& /*block*/, void* /*payloadBuffer*/) { return -1; }
     /// @return characters written to `payloadBuffer` (256 bytes); below 1: nothing that begins with `prefix`
     virtual std::int32_t Decode(const void* waveform, std::int32_t waveformSize, void* payloadBuffer,
                                 const std::string& prefix) = 0;
@@ -59,7 +72,8 @@ struct Platform : Environment {
         makeConverter;
     std::shared_ptr<TaskQueue> mainQueue;                            ///< where callbacks run
     std::shared_ptr<ProgressLines> progress = standardOutputLines(); ///< null: silent
-    std::function<std::unique_ptr<Decoder>()> makeDecoder;           ///< empty: the modem
+    std::function<std::unique_ptr<Decoder>()> makeDecoder;           ///< empty: the modem. The
+    ///< one to take is `makeDeepDecoder` (platform/deep_decoder.hpp), which hears 9 dB further down
     /// The sound's own time, for the second within which texts are repeats, where that is not the
     /// time of day: of recordings. Null: `clock`, which events carry in any case.
     std::shared_ptr<Clock> gateClock;

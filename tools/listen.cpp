@@ -28,13 +28,16 @@ constexpr const char* kFooter =
     "Examples:\n"
     "  sorvel listen hello.wav --prefix acme\n"
     "  sorvel listen *.flac --prefix acme --json\n"
+    "  sorvel listen hall.wav --prefix acme --receiver deep --json\n"
     "  arecord -f S16_LE -r 96000 -t raw | sorvel listen - --raw --rate 96000 --format i16 --prefix acme\n"
     "  sox talk.flac -t wav - trim 60 30 | sorvel listen -\n"
     "Prints one line for each text heard. Within one second after a text, others are taken as its repeats "
     "and\n"
     "dropped, unless --all is given. With --json a line is an object: text, time (seconds from the start of "
     "the\n"
-    "recording to the end of the text) and file.\n"
+    "recording to the end of the text) and file; with --receiver deep also snr_db (within 18 to 19.5 kHz), "
+    "speed_m_s\n"
+    "(of the source, closer is positive), echo (0 to 1) and margin (of belief, in nats).\n"
     "--once ends with the first text, from a microphone also when that goes away.\n"
     "SIGINT, SIGTERM and SIGHUP end listening; a second one does not wait for events that are being sent.\n"
     "Exit status: 0 something was heard, 1 nothing was, 2 wrong usage or a file that cannot be read.";
@@ -162,12 +165,18 @@ ExitCode listenToMessages(const ListenOptions& options) {
     return listening.result();
 }
 
+template <typename Receiver>
 ExitCode listenToTexts(const ListenOptions& options, const Platform& platform) {
     FileListening listening(options);
-    TextReceiver receiver(options.prefix, options.all ? Repeats::Report : Repeats::Drop, platform,
-                          [&listening](const Heard& heard) { listening.hear(heard); });
+    Receiver receiver(options.prefix, options.all ? Repeats::Report : Repeats::Drop, platform,
+                      [&listening](const Heard& heard) { listening.hear(heard); });
     listening.listenTo(receiver);
     return listening.result();
+}
+
+int listenToRecordings(const ListenOptions& options, const Platform& platform) {
+    return options.receiver == ReceiverKind::Deep ? listenToTexts<DeepTextReceiver>(options, platform)
+                                                  : listenToTexts<TextReceiver>(options, platform);
 }
 
 /// What has no meaning beside other options is refused, as its user expects something of it.
@@ -179,6 +188,11 @@ void check(const ListenOptions& options) {
         throw UsageError("--messages needs recordings or -; the microphone hears texts");
     if (options.messages && (options.all || !options.prefix.empty()))
         throw UsageError("--prefix and --all are for texts; messages have neither a prefix nor repeats");
+    const bool isDeep = options.receiver == ReceiverKind::Deep;
+    if (isDeep && options.messages)
+        throw UsageError("--receiver deep hears texts; leave it out for messages");
+    if (isDeep && options.all)
+        throw UsageError("--all is for the classic receiver; the deep one reports no transmission twice");
     if (!options.messages && (options.hex || !options.protocolFile.empty()))
         throw UsageError("--hex and --protocol-file go with --messages");
     if (options.hex && options.json)
@@ -199,11 +213,23 @@ int listen(const ListenOptions& options) {
     if (options.noTelemetry) EventHub::turnOff();
     const Platform platform = defaultPlatform();
     const bool isLive = options.files.empty();
-    const int result = isLive ? listenLive(options, platform) : listenToTexts(options, platform);
+    const int result = isLive ? listenLive(options, platform) : listenToRecordings(options, platform);
     awaitEvents(platform.http.get());
     // A recording that was not heard to its end is no success; a microphone has no other end.
     if (!isLive && Interruption::hasCome()) throw Interrupted();
     return result;
+}
+
+void addReceiver(CLI::App& app, ReceiverKind& receiver) {
+    const auto take = [&receiver](const std::string& name) {
+        receiver = name == "deep" ? ReceiverKind::Deep : ReceiverKind::Classic;
+    };
+    app.add_option_function<std::string>(
+           "--receiver", take,
+           "of texts: classic, or deep, which hears 9 dB further down in noise and sources that move")
+        ->check(CLI::IsMember(std::vector<std::string>{"classic", "deep"}))
+        ->type_name("NAME")
+        ->default_str("classic");
 }
 
 } // namespace
@@ -218,6 +244,7 @@ Command addListen(CLI::App& sorvel) {
         "recordings (WAV, FLAC, OGG, ...), or - for a WAV stream on standard input; none: the microphone");
     app->add_option("--prefix", options->prefix, "only texts that begin so; without it, all")
         ->check(given("the prefix"));
+    addReceiver(*app, options->receiver);
     app->add_flag("--json", options->json, "one JSON object per line");
     app->add_flag("--all", options->all, "report every delivery, repeats too");
     CLI::Option* const raw = app->add_flag("--raw", options->isRaw, "the input has no header: needs --rate");

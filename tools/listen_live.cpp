@@ -1,4 +1,6 @@
+#include "deep/receiver.hpp"
 #include "platform/cubeb_capture.hpp"
+#include "platform/deep_decoder.hpp"
 #include "sdk/MainQueue.hpp"
 #include "sdk/SorvelUBM.hpp"
 #include "tools/band_level.hpp"
@@ -6,7 +8,7 @@
 #include "tools/heard_line.hpp"
 #include "tools/interruption.hpp"
 #include "tools/listen_options.hpp"
-#include "tools/text_receiver.hpp"
+#include "tools/text_replay.hpp"
 
 #include <algorithm>
 #include <array>
@@ -15,6 +17,7 @@
 #include <cmath>
 #include <cstdio>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -41,6 +44,29 @@ public:
 
 private:
     std::shared_ptr<ProgressLines> m_out = standardErrorLines();
+};
+
+/// From the capture thread, which hears, to the main queue, where its texts arrive.
+class LatestReceptions {
+public:
+    void put(const deep::Reception& heard) {
+        const std::lock_guard lock(m_mutex);
+        m_kept[m_next++ % m_kept.size()] = heard;
+    }
+    /// Of the youngest of this text; nothing if there is none, or it has waited for too long.
+    std::optional<Circumstances> circumstancesOf(const std::string& text) const {
+        const std::lock_guard lock(m_mutex);
+        for (std::size_t back = 1; back <= m_kept.size(); ++back) {
+            const deep::Reception& heard = m_kept[(m_next + m_kept.size() - back) % m_kept.size()];
+            if (text == heard.text.data()) return circumstances(heard);
+        }
+        return std::nullopt;
+    }
+
+private:
+    mutable std::mutex m_mutex; // once a second at most
+    std::array<deep::Reception, 8> m_kept;
+    std::size_t m_next = 0;
 };
 
 std::string obstacle(const CubebCapture& capture) {
@@ -95,6 +121,13 @@ private:
             platform.makeDecoder = decoderOfEveryText;
             platform.http = nullptr;
         }
+        if (m_options.receiver == ReceiverKind::Deep)
+            platform.makeDecoder = [texts = m_options.prefix.empty() ? DeepDecoder::Texts::All
+                                                                     : DeepDecoder::Texts::WithPrefix,
+                                    latest = m_latest] {
+                return std::make_unique<DeepDecoder>(
+                    texts, [latest](const deep::Reception& heard) { latest->put(heard); });
+            };
         return platform;
     }
 
@@ -109,7 +142,9 @@ private:
         if (m_options.once && m_heard > 0) return;
         ++m_heard;
         m_status.clear();
-        printLine(m_options.json ? jsonLine(Heard{text, elapsed_s()}, m_capture->status().device) : text);
+        printLine(m_options.json ? jsonLine(Heard{text, elapsed_s(), m_latest->circumstancesOf(text)},
+                                            m_capture->status().device)
+                                 : text);
     }
 
     void followDevice() {
@@ -163,6 +198,7 @@ private:
 
     const ListenOptions& m_options;
     std::shared_ptr<PausingLines> m_lines = std::make_shared<PausingLines>();
+    std::shared_ptr<LatestReceptions> m_latest = std::make_shared<LatestReceptions>();
     std::shared_ptr<BandLevel> m_meter;
     std::shared_ptr<CubebCapture> m_capture;
     SorvelUBM m_listener;

@@ -3,15 +3,19 @@
 #include "platform/audio_file.hpp"
 #include "sdk/platform.hpp"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace sorvel {
 
+enum class ReceiverKind : std::uint8_t { Classic, Deep };
+
 struct ListenOptions {
     std::vector<std::string> files; ///< none: the microphone
     std::string prefix;
+    ReceiverKind receiver = ReceiverKind::Classic;
     bool json = false;
     bool all = false;
     bool isRaw = false;

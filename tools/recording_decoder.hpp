@@ -2,6 +2,7 @@
 #pragma once
 
 #include "modem/ggwave.h"
+#include "tools/heard.hpp"
 #include "tools/recording.hpp"
 
 #include <cstdint>
@@ -11,12 +12,6 @@
 #include <vector>
 
 namespace sorvel {
-
-struct Heard {
-    std::string text;
-    /// From the recording's start to the end of the block, of some 100 ms, in which the text was complete.
-    double time_s = 0.0;
-};
 
 /// Feeds recordings to a modem of its own, as floats: of 48 and 96 kHz at their own rate, of others converted
 /// to 48 kHz, rather than through 16 bits at 96 kHz as a microphone.

@@ -107,7 +107,7 @@ TextReplay::TextReplay(const std::string& prefix, Repeats repeats, const Platfor
                 }()),
       m_listener(prefix.empty() ? kEveryPrefix : prefix, m_capture.platform()) {
     m_listener.setCallBack([found = m_found, deliver = std::move(deliver)](const std::string& text) {
-        deliver({text, found->heard.time_s});
+        deliver({text, found->heard.time_s, found->heard.circumstances});
     });
 }
 

@@ -2,7 +2,7 @@
 
 #include "sdk/PushCapture.hpp"
 #include "sdk/SorvelUBM.hpp"
-#include "tools/recording_decoder.hpp"
+#include "tools/heard.hpp"
 
 #include <cstdint>
 #include <functional>

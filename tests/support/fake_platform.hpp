@@ -227,6 +227,9 @@ public:
         int initialised = 0;
         std::string prefix;
         std::vector<std::int16_t> samples; ///< of the last block: as many as its size in bytes says
+        bool takesCaptured = false;        ///< blocks as the source delivers them
+        std::vector<sorvel::AudioFormat> prepared;
+        std::uint64_t capturedFrames = 0;
 
         void hears(std::string text) {
             const std::lock_guard lock(mutex);
@@ -242,6 +245,19 @@ public:
         const auto* const samples = static_cast<const std::int16_t*>(waveform);
         m_script->samples.assign(samples, samples + bytes / 2);
         m_script->prefix = prefix;
+        m_script->payload.copy(static_cast<char*>(payload), 256);
+        return m_script->result.value_or(static_cast<std::int32_t>(m_script->payload.size()));
+    }
+
+    bool prepare(const sorvel::AudioFormat& captured, const std::string& prefix) override {
+        const std::lock_guard lock(m_script->mutex);
+        m_script->prepared.push_back(captured);
+        m_script->prefix = prefix;
+        return m_script->takesCaptured;
+    }
+    std::int32_t DecodeCaptured(const sorvel::AudioBuffer& block, void* payload) override {
+        const std::lock_guard lock(m_script->mutex);
+        m_script->capturedFrames += block.frameLength();
         m_script->payload.copy(static_cast<char*>(payload), 256);
         return m_script->result.value_or(static_cast<std::int32_t>(m_script->payload.size()));
     }

@@ -135,7 +135,8 @@ TEST(CheckAnalysis, MeasuresTheNoiseOfTheBandAndWhetherTheBandIsThere) {
     Samples low(white.size() * 3 / 4), back(white.size());
     RateConverter(48000, 36000).convert(white, low);
     RateConverter(36000, 48000).convert(low, back);
-    EXPECT_GT(background(std::span(back).first(200000), kRate_hz).falloff_db, 30.0);
+    EXPECT_GT(background(std::span(back).first(200000), kRate_hz).falloff_db,
+              25.0); // what the verdict takes for removed
 }
 
 TEST(CheckReport, SaysGoodAndElseWhatIsWrong) {
