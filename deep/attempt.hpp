@@ -14,8 +14,8 @@ namespace sorvel::deep {
 struct Found {
     TextDecoder::Word word;
     Place place;
-    Air air;
     float snr_db = 0.0F; ///< power of the tones over that of the noise from 18 to 19.5 kHz
+    float echo = 0.0F;   ///< part of a tone's energy that was still there a chunk later
 };
 
 /// One candidate's way from samples to a text, in steps small enough to go between blocks of sound.

@@ -282,7 +282,7 @@ void Receiver::Parts::deliver(const Found& found, std::int64_t end, float speed)
     reception.end_s = static_cast<double>(end) / kBasebandRate_hz;
     reception.snr_db = found.snr_db;
     reception.speed_m_s = speed;
-    reception.echo = found.air.echo;
+    reception.echo = found.echo;
     reception.margin = found.word.margin - m_attempt.margin();
 }
 
