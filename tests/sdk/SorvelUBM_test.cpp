@@ -468,6 +468,41 @@ TEST_F(SorvelUBMTest, APlatformWithoutAMicrophoneIsLikeOneWithoutASession) {
     EXPECT_THAT(m_fake.lines->take(), ElementsAre("Sorvel init", kStarted, kNoSession));
 }
 
+TEST_F(SorvelUBMTest, ADecoderMayTakeBlocksAsTheyAreCapturedAndNoConverterIsMade) {
+    m_fake.decoder->takesCaptured = true;
+    m_fake.platform.makeConverter = [](const auto&, const auto&) {
+        ADD_FAILURE() << "a converter";
+        return nullptr;
+    };
+    m_fake.engine->format = {sorvel::SampleType::Float32, 44100.0, 2, true};
+    SorvelUBM made = listener("Acme");
+    made.startListening();
+    EXPECT_EQ(made.reason(), "");
+    EXPECT_THAT(m_fake.decoder->prepared, ElementsAre(m_fake.engine->format));
+    EXPECT_EQ(m_fake.decoder->prefix, "acme");
+
+    sorvel::AudioBuffer block(m_fake.engine->format, 4410);
+    block.setFrameLength(4410);
+    m_fake.decoder->hears("ERROR");
+    m_fake.engine->hear(block);
+    const AllocationCount count;
+    for (int blocks = 0; blocks < 100; ++blocks) m_fake.engine->hear(block);
+    EXPECT_EQ(count.total(), 0U);
+    EXPECT_EQ(m_fake.decoder->capturedFrames, 101U * 4410U);
+    m_fake.clock->advance(1.001);
+    EXPECT_THAT(heard("acme_1"), ElementsAre("acme_1"));
+
+    // At each start anew, whether the application's or that with another input.
+    m_fake.engine->format.sampleRate = 96000.0;
+    m_fake.engine->end(sorvel::EngineEnd::InputChanged, "another one is");
+    m_fake.queue->runAll();
+    made.stopListening();
+    made.startListening();
+    EXPECT_EQ(m_fake.decoder->prepared.size(), 3U);
+    EXPECT_EQ(m_fake.decoder->prepared[1].sampleRate, 96000.0);
+    made.stopListening();
+}
+
 TEST_F(SorvelUBMTest, AllocatesNothingWhileItHearsNothing) {
     SorvelUBM made = listening();
     sorvel::AudioBuffer block({sorvel::SampleType::Float32, 48000.0, 1, true}, 4800);

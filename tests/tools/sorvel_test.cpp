@@ -2,7 +2,10 @@
 // world's other audio program.
 
 #include "tests/tools/run_sorvel.hpp"
+#include "tools/simulated_air.hpp"
+#include "tools/transmission.hpp"
 
+#include <cmath>
 #include <cstring>
 #include <nlohmann/json.hpp>
 
@@ -109,6 +112,49 @@ TEST_F(Sorvel, ReportsTimeAndFileAsJsonAndDropsRepeatsWithinASecond) {
     ASSERT_EQ(again.size(), 4U);
     for (const std::size_t at : {0U, 1U, 2U, 3U}) // each file has its own time
         EXPECT_EQ(again[at].at("time"), heard[at % 2].at("time"));
+}
+
+// Noise 10 dB over the tones within their band, and a source that comes closer at 1 m/s.
+TEST_F(Sorvel, HearsWithTheDeepReceiverWhereTheClassicIsDeafAndSaysHowWell) {
+    const std::vector<float> sent = sorvel::transmission("acme_12 x", 25);
+    const auto heardAs = [&](std::vector<float> sound, const std::string& options) {
+        sound.insert(sound.begin(), 48000, 0.0F);
+        sound.resize(sound.size() + 24000);
+        sorvel::air::addWhiteNoise(sound, -10.0, sorvel::air::tonePower(sent), 48000.0, 7);
+        write("far.raw", std::string(reinterpret_cast<const char*>(sound.data()), 4 * sound.size()));
+        return shell("sorvel listen far.raw --raw --rate 48000 --format f32 --prefix acme --json " + options);
+    };
+    EXPECT_EQ(heardAs(sent, "--receiver classic").status, 1);
+    EXPECT_EQ(heardAs(sent, "").out, ""); // which is what nothing said means
+    constexpr double kSpeed_m_s = 1.0, kSpeedOfSound_m_s = 343.0;
+    const auto moving = sorvel::air::reclocked(sent, -1e6 * kSpeed_m_s / kSpeedOfSound_m_s);
+    for (const auto& [sound, speed_m_s] : {
+             std::pair{sent,   0.0       },
+             std::pair{moving, kSpeed_m_s}
+    }) {
+        const Outcome outcome = heardAs(sound, "--receiver deep");
+        const auto heard = objects(outcome.out);
+        ASSERT_EQ(heard.size(), 1U) << outcome.out << outcome.err;
+        EXPECT_EQ(outcome.status, 0);
+        EXPECT_EQ(heard[0].at("text"), "acme_12 x");
+        EXPECT_NEAR(heard[0].at("time").get<double>(), 1.0 + static_cast<double>(sound.size()) / 48000.0,
+                    0.05);
+        EXPECT_NEAR(heard[0].at("snr_db").get<double>(), -10.0, 3.0);
+        EXPECT_NEAR(heard[0].at("speed_m_s").get<double>(), speed_m_s, 0.2);
+        EXPECT_GT(heard[0].at("margin").get<double>(), 0.0);
+        EXPECT_TRUE(heard[0].at("echo").is_number());
+    }
+    // Without any noise too every field is a number, from several files and rates, and from a stream.
+    ASSERT_EQ(shell("sorvel send acme_1 -o a.wav && sorvel send acme_2 --rate 44100 -o b.wav").status, 0);
+    sox("b.wav -r 22050 low.wav");
+    const Outcome clean = shell("sorvel listen a.wav low.wav b.wav a.wav --receiver deep --json");
+    ASSERT_EQ(objects(clean.out).size(), 3U) << clean.out;
+    for (const auto& object : objects(clean.out))
+        for (const char* const field : {"snr_db", "speed_m_s", "echo", "margin"})
+            EXPECT_TRUE(object.at(field).is_number()) << object;
+    EXPECT_THAT(clean.err, HasSubstr("low.wav has 22050 Hz"));
+    EXPECT_EQ(shell("cat b.wav | sorvel listen - --receiver deep --once --prefix ACME").out, "acme_2\n");
+    EXPECT_EQ(shell("sorvel listen a.wav --receiver deep --prefix other").status, 1);
 }
 
 // One process has four modem instances, and nothing of one file may be heard in the next.
@@ -319,6 +365,9 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"send acme -o x.wav --gap -1", "--gap"},
         Mistake{"send acme -o x.wav --repeat 2 --gap nan", "--gap"},
         Mistake{"send acme -o x.wav --repeat 2 --gap inf", "--gap"},
+        Mistake{"listen empty --receiver deaf", "--receiver"},
+        Mistake{"listen empty --receiver deep --all", "--all"},
+        Mistake{"listen empty --receiver deep --messages", "messages"},
         Mistake{"listen --timeout nan", "--timeout"}, Mistake{"listen empty --timeout 1e999", "--timeout"},
         Mistake{"listen empty --timeout -1", "--timeout"},
         Mistake{"listen empty --prefix ''", "prefix is empty"},
