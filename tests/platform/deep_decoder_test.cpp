@@ -78,9 +78,9 @@ TEST_P(DeepDecoderSources, ReachTheListenersCallbackWithoutConversionOrAllocatio
     for (const AudioBuffer& block : captured) {
         const AllocationCount ofBlock;
         fake.engine->hear(block);
-        if (fake.queue->runAll() == 0) {
-            EXPECT_EQ(ofBlock.total(), 0U); // a text's delivery may
-        }
+        const std::size_t allocated = ofBlock.total();
+        EXPECT_TRUE(allocated == 0 || fake.queue->runAll() > 0); // a text's delivery may
+        fake.queue->runAll();
     }
     EXPECT_THAT(*heard, testing::ElementsAre("acme_deep"));
     fake.clock->advance(5.2);
