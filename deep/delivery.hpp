@@ -20,22 +20,20 @@ namespace sorvel::deep {
 /// False texts: to sound that knows nothing of the code, every value of a nibble is as likely, and as the
 /// mean over the values of e^score is 1, so is the mean over the words. Of the 38^n words of n open
 /// characters, then, one has a margin of s with a probability of at most e^-s (Markov's inequality), which
-/// makes 16 e^-s for the lengths of one decode and 128 e^-s for an attempt of `kDecodes`. So per 1000 hours
+/// makes at most 16 e^-s for the lengths of one decode, 12 e^-s behind a prefix of four. So per 1000 hours
 /// at most
 ///
-///     lengths * 8 * attempts per hour * 1000 * e^-margin
+///     lengths * decodes per hour * 1000 * e^-margin
 ///
-/// | sound, attempts an hour                                  | prefix of four (20) | none (17) |
-/// |----------------------------------------------------------|---------------------|-----------|
-/// | noise, 81                                                | 0.02                | 0.43      |
-/// | dense tones, 1800 (an allowance of one in two seconds)   | 0.36                | 9.5       |
-/// | the same with every attempt, 16,000                      | 3.2                 | 85        |
+/// | sound, decodes an hour                        | prefix of four (20) | none (17) | none, in tones (20) |
+/// |-----------------------------------------------|---------------------|-----------|---------------------|
+/// | noise, 810: 81 candidates, quick and full     | 0.02                | 0.54      | 0.03                |
+/// | dense tones, 9300: all that the allowance has | 0.23                | 6.2       | 0.31                |
 ///
-/// So dense tones stay below 1 with a prefix where the receiver keeps attempts to 5000 an hour, and without
-/// one the bound does not hold them below 1: a listener for all texts in music should take
-/// `kNoPrefixInTones`, 20, for 0.5 at 1800 attempts. Other transmissions' texts are no such noise: they are
-/// code words. Behind their attempts with another prefix stands the last condition, since their own text
-/// scores higher.
+/// The decodes in dense tones are what Receiver can afford: two for each quick attempt of 1.4 ms, six for each
+/// motion search of 25 ms. Without a prefix the bound does not hold them below 1: a listener for all texts in
+/// music should take `kNoPrefixInTones`. Other transmissions' texts are no such noise: they are code words.
+/// Behind their attempts with another prefix stands the last condition, since their own text scores higher.
 ///
 /// Time, thread, allocation: as TextDecoder; the search for a better text takes a third of its words more.
 class Delivery {
