@@ -26,8 +26,8 @@ constexpr int kMotionStep_us = 1000;
 constexpr int kPerBlock_us = 4000; // of all work, so that 100 ms of sound take less than 20 ms
 
 constexpr std::int64_t kHoldOff_samples = 2667; // one second
-constexpr std::int64_t kDeferred_rows =
-    13; // a chunk, and what its candidate takes to show: a better end would have come by then
+// A chunk, and what its candidate takes to show: a better end would have come by then.
+constexpr std::int64_t kDeferred_rows = 13;
 constexpr std::int64_t kNextEnd_rows = 132; // from one transmission's end to the next one's, at least
 constexpr float kLouder = 1.15F;            // than what was delivered: not the same transmission any more
 constexpr float kNearlyAsStrong = 0.97F;    // a chunk behind the end, 16 of 17 chunks fit
@@ -85,7 +85,6 @@ private:
     Allowance m_motionAllowance{kMotionPerBlock_us, kMotionLimit_us};
     Work m_work = Work::None;
     Candidate m_current;
-    bool m_isQuick = false;
     std::optional<Candidate> m_waiting;   // for a quick attempt
     std::optional<Candidate> m_deferred;  // the best so far, for a full one
     std::optional<std::int64_t> m_moving; // end, for a motion search
@@ -189,7 +188,6 @@ bool Receiver::Parts::beginNext() noexcept {
     if (m_waiting && m_steadyAllowance.has(kQuick_us)) {
         m_current = *m_waiting;
         m_waiting.reset();
-        m_isQuick = true;
         if (!isTooOld(endOfRow(m_current.row))) {
             m_attempt.begin(endOfRow(m_current.row), {m_current.shifts.data(), m_current.shiftCount},
                             Attempt::Effort::Quick);
@@ -200,7 +198,6 @@ bool Receiver::Parts::beginNext() noexcept {
     if (m_deferred && m_row - m_deferred->row > kDeferred_rows) {
         m_current = *m_deferred;
         m_deferred.reset();
-        m_isQuick = false;
         if (m_steadyAllowance.has(kFull_us) && !isTooOld(endOfRow(m_current.row))) {
             m_attempt.begin(endOfRow(m_current.row), {m_current.shifts.data(), m_current.shiftCount},
                             Attempt::Effort::Full);
