@@ -13,7 +13,7 @@ function(sorvel_options target)
     # g++ 12 sees overlapping copies in every inlined std::string concatenation (its bug 105651).
     $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
   if(SORVEL_SANITIZE)
-    target_compile_options(${target} PRIVATE -fsanitize=${SORVEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+    target_compile_options(${target} PRIVATE -fsanitize=${SORVEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
     target_link_options(${target} PUBLIC -fsanitize=${SORVEL_SANITIZE})
   endif()
 endfunction()

@@ -22,7 +22,7 @@ class SharedLibrary {
 public:
     /// @param soname   with the number of its interface: "libcurl.so.4"
     /// @param package  that holds it on Debian
-    /// @throws SharedLibraryError
+    /// @throws SharedLibraryError  when there is no such library
     SharedLibrary(const char* soname, const char* package);
 
     /// @throws SharedLibraryError  when the library has no such function

@@ -53,9 +53,15 @@ public:
     /// @param prefix    in lower case; the same one comes with every `Decode`
     /// @return true: blocks are to come in that format, to `DecodeCaptured`; false: as kTargetFormat, to
     /// `Decode`
-    virtual bool prepare(const AudioFormat& /*captured*/, const std::string& /*prefix*/) { return false; }
+    virtual bool prepare([[maybe_unused]] const AudioFormat& captured,
+                         [[maybe_unused]] const std::string& prefix) {
+        return false;
+    }
     /// @return as `Decode`; -1 also for a block in another format than the one prepared for
-    virtual std::int32_t DecodeCaptured(const AudioBuffer& /*block*/, void* /*payloadBuffer*/) { return -1; }
+    virtual std::int32_t DecodeCaptured([[maybe_unused]] const AudioBuffer& block,
+                                        [[maybe_unused]] void* payloadBuffer) {
+        return -1;
+    }
     /// @return characters written to `payloadBuffer` (256 bytes); below 1: nothing that begins with `prefix`
     virtual std::int32_t Decode(const void* waveform, std::int32_t waveformSize, void* payloadBuffer,
                                 const std::string& prefix) = 0;

@@ -57,7 +57,7 @@ constexpr std::chrono::milliseconds kTick(20);
 /// Keeps what an input hears, in memory that is there before it starts.
 class Microphone {
 public:
-    /// @throws AudioDeviceError
+    /// @throws AudioDeviceError  when the input cannot be opened
     Microphone(const std::string& device, double longest_s)
         : m_capture(CubebCapture::make({.device = device,
                                         .observer = [this](const AudioBuffer& block) { hear(block); },
