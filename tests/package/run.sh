@@ -8,6 +8,6 @@ cmake --install "$build" --prefix "$folder/installed" >"$folder/log" || { cat "$
 cmake -S "$source/tests/package" -B "$folder/build" -DCMAKE_PREFIX_PATH="$folder/installed" -DEXAMPLES="$source/examples" \
     -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_C_FLAGS="$flags"
 cmake --build "$folder/build"
-for program in in_c in_cpp with_sdk; do
+for program in in_c in_cpp with_sdk with_deep; do
     [ ! -e "$folder/build/$program" ] || "$folder/build/$program"
 done
