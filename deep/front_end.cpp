@@ -70,16 +70,17 @@ FrontEnd::FrontEnd(double rate_hz)
       m_rows(m_step == std::floor(m_step) ? 1 : kPositions + 1), m_piece(kPiece), m_re(m_taps + 4 * kPiece),
       m_im(m_taps + 4 * kPiece) {
     m_weights.reserve(m_rows * m_taps);
+    const std::size_t before = m_taps / 2 - 1; // taps before the middle one
+    const auto middle = static_cast<double>(before);
     for (std::size_t row = 0; row < m_rows; ++row) {
         const double offset = static_cast<double>(row) / kPositions;
         double sum = 0.0;
         for (std::size_t k = 0; k < m_taps; ++k)
-            sum += weight((static_cast<double>(k) - offset - static_cast<double>(m_taps / 2 - 1)) / rate_hz);
+            sum += weight((static_cast<double>(k) - offset - middle) / rate_hz);
         // A real tone has half its amplitude at either sign of its frequency.
         for (std::size_t k = 0; k < m_taps; ++k)
-            m_weights.push_back(static_cast<float>(
-                2.0 / sum *
-                weight((static_cast<double>(k) - offset - static_cast<double>(m_taps / 2 - 1)) / rate_hz)));
+            m_weights.push_back(
+                static_cast<float>(2.0 / sum * weight((static_cast<double>(k) - offset - middle) / rate_hz)));
     }
     m_turn.reserve(2 * kPiece);
     for (const bool isSine : {false, true}) {

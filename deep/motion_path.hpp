@@ -71,8 +71,8 @@ private:
 
     Memory* m_memory = nullptr;
     int m_chunk = 0;
-    std::array<float, kPadded> m_end;  // of the paths so far, by their frequency now; padded on both sides
-    std::array<float, kEdges> m_begin; // what may be reached from them
+    std::array<float, kPadded> m_end{};  // of the paths so far, by their frequency now; padded on both sides
+    std::array<float, kEdges> m_begin{}; // what may be reached from them
 };
 
 /// Scores of a window of 512 samples that was freed of chirps.
