@@ -132,12 +132,13 @@ void toScores(std::span<float, 16> probabilities) noexcept {
 
 Air score(const ToneEnergies& energies, Scores& scores) noexcept {
     Search search(energies);
-    for (float decibels = 4.0F; decibels <= 22.0F; decibels += 1.5F) {
+    for (int step = 0; step <= 12; ++step) {
+        const float decibels = 4.0F + 1.5F * static_cast<float>(step);
         search.steady(decibels);
         search.fading(decibels);
     }
     for (const float ring : kEchoes)
-        for (float decibels = 4.0F; decibels <= 40.0F; decibels += 4.0F) search.echo(decibels, ring);
+        for (int decibels = 4; decibels <= 40; decibels += 4) search.echo(static_cast<float>(decibels), ring);
     scores = search.best();
     for (auto& nibble : scores) toScores(nibble);
     return search.air();

@@ -190,7 +190,7 @@ std::uint64_t WordSpace::maskOf(std::size_t bit) const {
 /// The changes of a nibble's information, and the losses of its dependent part.
 void WordSpace::addChanges(std::size_t nibble, const Scores& scores, std::uint16_t allowed) {
     const unsigned information = m_open[nibble] & ~unsigned{m_tied[nibble]};
-    std::array<float, 16> most; // by information: the best score it leaves
+    std::array<float, 16> most{}; // by information: the best score it leaves
     most.fill(kNever);
     const unsigned best = m_best[nibble];
     std::array<float, 16> weights{};
