@@ -22,8 +22,8 @@ constexpr std::size_t kTurned_samples = MotionSearch::kTransmission_samples + 2 
 constexpr Trellis::JumpCost kCoarseJump{.linear = 0.5F, .quadratic = 0.0F, .widest = 6};
 constexpr Trellis::JumpCost kResidualJump{.linear = 1.0F, .quadratic = 0.0F, .widest = 3};
 
-/// Loud paths are worth much more than any jump would cost, and so stay smooth by a cost that grows with
-/// them.
+/// Loud paths are worth much more than any jump would cost, and so stay smooth by a cost that
+/// grows with them.
 Trellis::JumpCost fineJump(float worth, bool isWide) {
     const float growth = isWide ? 0.01F : 0.005F;
     return {.linear = 0.0F, .quadratic = std::max(0.1F, growth * worth / kChunkCount), .widest = 8};

@@ -19,8 +19,8 @@ inline constexpr std::size_t kShifts = 2 * kMostShift + 1;
 ///
 /// Each bin is measured against the median of its spectrum, so that loudness does not count, and against
 /// its own past, so that steady tones and slopes whiten away: slopes within some 8 s, slowly enough to leave
-/// the tones of padded texts, and whistles once they have been there for 2.3 s, longer than any chunk
-/// repeats.
+/// the tones of padded texts, and whistles once they have been there for 2.3 s, longer than
+/// any chunk repeats.
 ///
 /// Thread: one at a time. Allocates in the constructor only.
 class Rows {

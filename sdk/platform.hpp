@@ -51,8 +51,8 @@ public:
     /// thread, and no block is under way; may allocate.
     /// @param captured  what the source delivers
     /// @param prefix    in lower case; the same one comes with every `Decode`
-    /// @return true: blocks are to come in that format, to `DecodeCaptured`; false: as kTargetFormat, to
-    /// `Decode`
+    /// @return true: blocks are to come in that format, to `DecodeCaptured`; false: as
+    /// kTargetFormat, to `Decode`
     virtual bool prepare([[maybe_unused]] const AudioFormat& captured,
                          [[maybe_unused]] const std::string& prefix) {
         return false;
