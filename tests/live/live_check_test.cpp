@@ -99,6 +99,9 @@ TEST(LiveCheck, SaysInOneLineWhatCannotBeUsedAndEndsByASignal) {
     for (const pid_t process : server.processes()) pids += " " + std::to_string(process);
     const Ran died = ran(starting + "kill -KILL" + pids + "; wait $p");
     EXPECT_EQ(died.status, 2);
-    EXPECT_THAT(died.output, MatchesRegex("sorvel: the (in|out)put \"air[^\"]*\" is gone: [^\n]*\n"));
+    // A slow machine may not have opened the input by then.
+    EXPECT_THAT(died.output,
+                MatchesRegex("sorvel: (the (in|out)put \"air[^\"]*\" is gone|no sound input found): "
+                             "[^\n]*\n"));
     EXPECT_THAT(ran("sorvel check --listen-only").output, HasSubstr("no sound input found"));
 }
