@@ -6,8 +6,8 @@
 
 namespace sorvel {
 
-/// The sound library's functions. It is opened with the first look for an input, or at the first
-/// start of a capture.
+/// The sound library's functions. It is opened with the first look for an input or output, or at the
+/// first start of a capture or of playing.
 struct CubebFunctions {
     explicit CubebFunctions(const SharedLibrary& library);
 
