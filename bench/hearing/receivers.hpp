@@ -21,7 +21,7 @@ public:
     virtual void end(std::vector<std::string>& heard) = 0;
 };
 
-/// The described receiver on its real way: conversion to 96 kHz and 16 bits, blocks of 100 ms, the
+/// The modem's receiver on its real way: conversion to 96 kHz and 16 bits, blocks of 100 ms, the
 /// modem. Every text comes out, whatever its prefix, and some more than once.
 std::unique_ptr<TestedReceiver> makeClassicReceiver(double rate_hz);
 

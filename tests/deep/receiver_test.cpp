@@ -280,7 +280,7 @@ TEST(Receiver, FindsTheEndAtAnyLoudness) {
     }
 }
 
-// Whatever the described receiver hears, this one hears: on channels where that hears most or just some.
+// Whatever the modem hears, this one hears: on channels where that hears most or just some.
 TEST(Receiver, HearsWhatTheDescribedReceiverHears) {
     int heardByBoth = 0;
     for (unsigned seed = 1; seed <= 3; ++seed) {
