@@ -109,7 +109,8 @@ TEST(LivePlayback, WithoutAServerItFillsBothChannelsOfTheDevice) {
     ASSERT_EQ(devices.size(), 1U);
     EXPECT_TRUE(devices[0].isDefault);
     EXPECT_EQ(devices[0].playbackRate_hz, 48000);
-    EXPECT_EQ(ran("sorvel send acme_1 --play").status, 0);
+    const Ran sent = ran("sorvel send acme_1 --play");
+    EXPECT_EQ(sent.status, 0) << sent.output;
     const std::string played = folder.read("played");
     std::vector<float> samples(played.size() / sizeof(float));
     std::memcpy(samples.data(), played.data(), samples.size() * sizeof(float));

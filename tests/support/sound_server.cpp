@@ -45,8 +45,9 @@ void set(const char* variable, const std::string& value) { ::setenv(variable, va
 /// Read by the leak sanitizer: what these libraries keep until the process ends is no leak of ours.
 /// Nor are the 88 bytes for each change of the default input: libcubeb then asks the server for its
 /// sink and never gives back libpulse's operation, in a program with nothing of ours as well.
+constexpr const char* kKeptUntilTheEnd = "leak:libasound.so\nleak:libpulse.so\n";
 extern "C" const char* __lsan_default_suppressions();
-extern "C" const char* __lsan_default_suppressions() { return "leak:libasound.so\nleak:libpulse.so\n"; }
+extern "C" const char* __lsan_default_suppressions() { return kKeptUntilTheEnd; }
 
 SoundServer::SoundServer(Kind kind) : m_kind(kind) {
     const std::string folder = m_folder.path();
@@ -63,6 +64,8 @@ SoundServer::SoundServer(Kind kind) : m_kind(kind) {
     set("HOME", folder);
     set("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + folder + "/bus");
     set("JACK_DEFAULT_SERVER", "sorvel-test-none");
+    m_folder.write("leaks.supp", kKeptUntilTheEnd); // for the programs that a test starts
+    set("LSAN_OPTIONS", "suppressions=" + folder + "/leaks.supp");
     for (const char* const variable : {"PULSE_SOURCE", "PULSE_SINK", "PULSE_COOKIE", "PULSE_LATENCY_MSEC",
                                        "PIPEWIRE_REMOTE", "PIPEWIRE_RUNTIME_DIR", "DISPLAY"})
         ::unsetenv(variable);
