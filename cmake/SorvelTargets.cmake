@@ -45,10 +45,16 @@ function(sorvel_program target)
 endfunction()
 
 # sorvel_tests(modem SOURCES a_test.cpp LIBRARIES sorvel_modem) makes sorvel_modem_tests and registers its tests;
-# PROPERTIES RUN_SERIAL TRUE and the like are set on each of them.
+# PROPERTIES are set on each of them. With IN_TURN, a list of name filters, those of one filter never run at the same time.
 function(sorvel_tests folder)
-  cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES;PROPERTIES" ${ARGN})
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES;PROPERTIES;IN_TURN" ${ARGN})
   set(target sorvel_${folder}_tests)
   sorvel_program(${target} SOURCES ${arg_SOURCES} LIBRARIES ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
-  gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST TEST_PREFIX ${folder}. PROPERTIES TIMEOUT 300 ${arg_PROPERTIES})
+  set(properties DISCOVERY_MODE PRE_TEST TEST_PREFIX ${folder}. PROPERTIES TIMEOUT 300 ${arg_PROPERTIES})
+  foreach(filter ${arg_IN_TURN})
+    gtest_discover_tests(${target} TEST_FILTER ${filter} ${properties} RESOURCE_LOCK ${folder}:${filter})
+  endforeach()
+  if(NOT arg_IN_TURN)
+    gtest_discover_tests(${target} ${properties})
+  endif()
 endfunction()
