@@ -125,6 +125,9 @@ TEST(Receiver, HearsTransmissionsThatFollowOneAnother) {
         inRoom(sent("acme_one") + sent("acme_two") + pause(0.5) + sent("acme_two") + pause(1.0));
     EXPECT_THAT(textsIn(sound, "acme"), ElementsAre("acme_one", "acme_two", "acme_two"));
     EXPECT_THAT(textsIn(sound, ""), ElementsAre("acme_one", "acme_two", "acme_two"));
+    // What ends with another prefix is not told, and so holds off nothing.
+    const Samples others = inRoom(sent("beta_one") + sent("acme_two") + sent("acmf_two") + pause(1.0));
+    EXPECT_THAT(textsIn(others, "acme"), ElementsAre("acme_two"));
 }
 
 // A second loudspeaker that runs behind is another end of the same text.
@@ -281,7 +284,7 @@ TEST(Receiver, FindsTheEndAtAnyLoudness) {
 }
 
 // Whatever the modem hears, this one hears: on channels where that hears most or just some.
-TEST(Receiver, HearsWhatTheDescribedReceiverHears) {
+TEST(Receiver, HearsWhatTheModemHears) {
     int heardByBoth = 0;
     for (unsigned seed = 1; seed <= 3; ++seed) {
         const std::string text = "acme_" + std::to_string(seed * 7919U);

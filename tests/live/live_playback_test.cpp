@@ -51,6 +51,15 @@ TEST_P(AnyServerPlays, IsHeardAtEveryRateOnTheDefaultOutputAndOnANamedOne) {
     EXPECT_THAT(both.output, testing::Not(HasSubstr("sorvel: ")));
 }
 
+TEST_P(AnyServerPlays, IsHeardByTheCommandWithTheDeepReceiver) {
+    const SoundServer server(GetParam(), 48000);
+    const Ran heard = ran("sorvel listen --receiver deep --prefix acme --once --timeout 30 --json & l=$!\n"
+                          "sorvel send acme_1 --repeat 2 --gap 0.5 --play; wait $l");
+    EXPECT_EQ(heard.status, 0) << heard.output;
+    EXPECT_THAT(heard.output, HasSubstr("\"text\":\"acme_1\""));
+    EXPECT_THAT(heard.output, HasSubstr("\"snr_db\":"));
+}
+
 TEST_P(AnyServerPlays, EndsByTheSignalThatComesAlsoWhileTheServerHangs) {
     SoundServer server(GetParam(), 48000);
     for (const auto& [signal, status] : {
