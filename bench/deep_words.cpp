@@ -27,7 +27,8 @@ int main(int argc, char** argv) {
         const double snr_db = std::atof(argv[i]);
         std::mt19937 generator(static_cast<unsigned>(std::atoi(argv[4]) + i));
         const std::string prefix = randomText(generator, prefixLength);
-        Delivery delivery(prefix);
+        sorvel::deep::Workspace workspace;
+        Delivery delivery(prefix, workspace);
         int delivered = 0;
         int wrong = 0;
         double worst_ms = 0.0;

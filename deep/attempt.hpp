@@ -31,7 +31,9 @@ struct Found {
 class Attempt {
 public:
     /// @param transform  of 1024 points, lent for good; may serve others too
-    Attempt(std::string_view prefix, Transform& transform) : m_refinement(transform), m_delivery(prefix) {}
+    /// @param workspace  lent for good; for nobody else from `begin` until it is finished
+    Attempt(std::string_view prefix, Transform& transform, Workspace& workspace)
+        : m_refinement(transform, workspace), m_subBlocks(workspace), m_delivery(prefix, workspace) {}
     bool isReady() const { return m_delivery.isReady(); }
     void reset() noexcept; ///< forgets what was heard, and ends what is under way
     float margin() const { return m_delivery.margin(); } ///< that a text must have

@@ -27,7 +27,9 @@ char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + '
 
 } // namespace
 
-TextDecoder::TextDecoder() : m_columns(parityColumns()) { prepare({}); }
+TextDecoder::TextDecoder(Workspace& workspace) : m_workspace(workspace), m_columns(parityColumns()) {
+    prepare({});
+}
 
 bool TextDecoder::prepare(std::string_view prefix) {
     std::array<char, encoding::kMaxTextLength + 1> own{}; // vectors write in sixteens
@@ -53,6 +55,7 @@ void TextDecoder::begin(const Scores& scores, Among among, float leastMargin, in
             m_scores[nibble][value] = score > -kLimit ? std::min(score, kLimit) : -kLimit;
             m_odds[nibble][value] = std::exp(std::min(m_scores[nibble][value], kMostOdds));
         }
+    m_workspace.begin<Work>();
     m_among = among;
     m_leastMargin = leastMargin;
     m_mostWords = mostWords;
@@ -82,7 +85,7 @@ float TextDecoder::bar() const {
 float TextDecoder::certainty() const {
     double others = m_others;
     for (std::size_t length = m_firstLength; length < kLengths; ++length) {
-        const double total = m_spaces[length].totalWeight();
+        const double total = space(length).totalWeight();
         const double left =
             m_isOpen[length] ? std::max(1.0 - m_lookedWeight[length] / total, kLeastLeft) : 1.0;
         others += left * std::exp(static_cast<double>(m_means[length]));
@@ -102,7 +105,7 @@ bool TextDecoder::step(int words) {
             }
             m_above = -std::numeric_limits<float>::infinity();
             for (std::size_t length = 0; length < kLengths; ++length)
-                if (m_isOpen[length]) m_above = std::max(m_above, m_spaces[length].most() - penalty(length));
+                if (m_isOpen[length]) m_above = std::max(m_above, space(length).most() - penalty(length));
             m_down = m_above;
             m_length = kLengths;
             m_phase = Phase::kSearching;
@@ -141,13 +144,13 @@ void TextDecoder::open(std::size_t length) {
     m_means[length] = mean;
     if (most - penalty(length) < bar()) return;
     m_looked += kWordsToOpen;
-    m_isOpen[length] = m_spaces[length].build(m_scores, allowed, m_columns);
+    m_isOpen[length] = m_workspace.of<Work>().spaces[length].build(m_scores, allowed, m_columns);
     if (m_isOpen[length]) correctHardDecisions(length);
 }
 
 /// Two wrong bytes anywhere, or one beside two of the least sure.
 void TextDecoder::correctHardDecisions(std::size_t length) {
-    const WordBytes heard = m_spaces[length].heard();
+    const WordBytes heard = space(length).heard();
     const auto correct = [&](std::span<const std::uint8_t> erased) {
         WordBytes word = heard;
         for (const std::uint8_t at : erased) word[at] = 0;
@@ -159,7 +162,7 @@ void TextDecoder::correctHardDecisions(std::size_t length) {
         weigh(corrected, length);
     };
     correct({});
-    const auto unsure = m_spaces[length].leastSureBytes();
+    const auto unsure = space(length).leastSureBytes();
     for (std::size_t i = 0; i < unsure.size(); ++i)
         for (std::size_t k = i + 1; k < unsure.size(); ++k) correct(std::array{unsure[i], unsure[k]});
 }
@@ -176,19 +179,20 @@ bool TextDecoder::startNextWindow() {
         }
         const std::size_t length = m_length++;
         if (!m_isOpen[length]) continue;
-        const WordSpace& space = m_spaces[length];
-        const float most = space.most() - penalty(length);
+        const WordSpace& words = space(length);
+        const float most = words.most() - penalty(length);
         m_low = most - m_above;
         m_high = most - m_down;
         if (m_high < 0.0F) continue;
-        for (std::size_t pair = 0; pair < space.pairs(); ++pair) space.losses(pair, m_losses[pair]);
-        m_nodes[0] = {space.start(), 0, 0.0F, 1.0F, 0};
+        for (std::size_t pair = 0; pair < words.pairs(); ++pair)
+            words.losses(pair, m_workspace.of<Work>().losses[pair]);
+        m_nodes[0] = {words.start(), 0, 0.0F, 1.0F, 0};
         m_depth = 0;
         m_isWalking = true;
         // A window holds the cost it ends with, not the one it begins with; but no cost is below 0.
         if (m_low <= 0.0F) {
             m_lookedWeight[length] = 1.0;
-            weigh(space.word({}, space.start()), length);
+            weigh(words.word({}, words.start()), length);
         }
         look(m_nodes[0]);
         return true;
@@ -198,8 +202,9 @@ bool TextDecoder::startNextWindow() {
 /// Looks at all words with one change more whose cost is in the window. The hot loop.
 void TextDecoder::look(const Node& node) {
     const std::size_t length = m_length - 1;
-    const WordSpace& space = m_spaces[length];
-    const std::span<const WordSpace::Change> changes = space.changes();
+    const Work& work = m_workspace.of<Work>();
+    const WordSpace& words = work.spaces[length];
+    const std::span<const WordSpace::Change> changes = words.changes();
     const auto costsMore = [](float cost, const WordSpace::Change& change) { return cost < change.cost; };
     const auto from = changes.begin() + static_cast<std::ptrdiff_t>(std::min(node.next, changes.size()));
     const auto first = std::upper_bound(from, changes.end(), m_low - node.cost, costsMore);
@@ -207,7 +212,7 @@ void TextDecoder::look(const Node& node) {
     m_looked += static_cast<int>(last - first) + kWordsToTurn;
 
     // What costs and losses may take away; sums rounded in another order may differ.
-    const float spare = space.most() - node.cost - (bar() + penalty(length)) + kRounding;
+    const float spare = words.most() - node.cost - (bar() + penalty(length)) + kRounding;
     float weight = 0.0F;
     for (auto change = first; change != last; ++change) {
         if ((node.used >> change->nibble & 1U) != 0) continue;
@@ -215,13 +220,13 @@ void TextDecoder::look(const Node& node) {
         const std::uint64_t dependent = node.dependent ^ change->mask;
         float left = spare - change->cost;
         for (std::size_t pair = 0; pair < kSurePairs; ++pair)
-            left += m_losses[pair][dependent >> 8 * pair & 0xFFU];
+            left += work.losses[pair][dependent >> 8 * pair & 0xFFU];
         if (left < 0.0F) continue;
-        for (std::size_t pair = kSurePairs; pair < space.pairs(); ++pair)
-            left += m_losses[pair][dependent >> 8 * pair & 0xFFU];
+        for (std::size_t pair = kSurePairs; pair < words.pairs(); ++pair)
+            left += work.losses[pair][dependent >> 8 * pair & 0xFFU];
         if (left < 0.0F) continue;
         m_path[m_depth] = static_cast<std::uint8_t>(change - changes.begin());
-        weigh(space.word({m_path.data(), m_depth + 1}, dependent), length);
+        weigh(words.word({m_path.data(), m_depth + 1}, dependent), length);
         m_looked += kWordsToWeigh;
     }
     m_lookedWeight[length] += static_cast<double>(node.weight * weight);
@@ -229,7 +234,7 @@ void TextDecoder::look(const Node& node) {
 
 /// To the next word with changes to which more can be added within the window. False: there is none.
 bool TextDecoder::goOn() {
-    const std::span<const WordSpace::Change> changes = m_spaces[m_length - 1].changes();
+    const std::span<const WordSpace::Change> changes = space(m_length - 1).changes();
     Node& node = m_nodes[m_depth];
     while (m_depth + 1 < kDepth && node.next + 1 < changes.size()) {
         const std::size_t at = node.next++;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "deep/word_space.hpp"
+#include "deep/workspace.hpp"
 #include "modem/rs.hpp"
 
 #include <algorithm>
@@ -13,7 +14,7 @@ namespace sorvel::deep {
 
 /// From what is known of 34 nibbles to the best text that explains it.
 ///
-///     TextDecoder decoder;
+///     TextDecoder decoder(workspace);
 ///     decoder.prepare("acme");
 ///     decoder.begin(scores, TextDecoder::Among::kPrefixed, 20.0F);
 ///     while (!decoder.step(50000)) {}          // spread over blocks of sound
@@ -54,7 +55,8 @@ public:
 
     static constexpr int kMostWords = 1'200'000;
 
-    TextDecoder();
+    /// @param workspace  lent for good; nobody else may begin there until a search's result is taken
+    explicit TextDecoder(Workspace& workspace);
     TextDecoder(const TextDecoder&) = delete;
     TextDecoder& operator=(const TextDecoder&) = delete;
 
@@ -88,6 +90,14 @@ private:
         std::size_t next = 0; ///< change to be added next
     };
 
+    /// Of the search under way, in the workspace.
+    struct Work {
+        std::array<WordSpace, kLengths> spaces{};
+        /// Of the length that is looked at, by pair of dependent nibbles.
+        std::array<std::array<float, 256>, WordSpace::kMaxDependent / 2> losses{};
+    };
+
+    const WordSpace& space(std::size_t length) const { return m_workspace.of<Work>().spaces[length]; }
     void open(std::size_t length);
     void correctHardDecisions(std::size_t length);
     bool startNextWindow();
@@ -98,6 +108,7 @@ private:
     float bar() const; ///< margin that a word must exceed to matter
     float certainty() const;
 
+    Workspace& m_workspace;
     ParityColumns m_columns;
     std::array<std::array<Allowed, kLengths>, 2> m_allowed{}; ///< with the prefix, without
     std::size_t m_prefixLength = 0;
@@ -113,7 +124,6 @@ private:
     Phase m_phase = Phase::kDone;
     std::size_t m_firstLength = 0;
     std::size_t m_length = 0; ///< to be taken next
-    std::array<WordSpace, kLengths> m_spaces{};
     std::array<bool, kLengths> m_isOpen{};
     float m_above = 0.0F; ///< margins from here up were searched in all lengths,
     float m_down = 0.0F;  ///< those down to here are now, length by length
@@ -121,7 +131,6 @@ private:
     // Of one length: changes that cost more than m_low and at most m_high
     float m_low = 0.0F, m_high = 0.0F;
     bool m_isWalking = false;
-    std::array<std::array<float, 256>, WordSpace::kMaxDependent / 2> m_losses{};
     std::array<Node, kDepth> m_nodes{};
     std::array<std::uint8_t, kDepth> m_path{};
     std::size_t m_depth = 0;

@@ -6,7 +6,8 @@ namespace {
 constexpr int kWordsToCompare = TextDecoder::kMostWords / 3;
 }
 
-Delivery::Delivery(std::string_view prefix) : m_isReady(m_decoder.prepare(prefix)) {
+Delivery::Delivery(std::string_view prefix, Workspace& workspace)
+    : m_decoder(workspace), m_isReady(m_decoder.prepare(prefix)) {
     m_margin = m_decoder.hasPrefix() ? kMarginBehindPrefix : kMarginWithoutPrefix;
 }
 

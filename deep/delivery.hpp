@@ -6,7 +6,7 @@ namespace sorvel::deep {
 
 /// Decides whether a search's best text is one that was sent.
 ///
-///     Delivery delivery(prefix);
+///     Delivery delivery(prefix, workspace);
 ///     delivery.beginAttempt();                     // for each candidate of an end
 ///     while (delivery.begin(scores)) {             // for each view of it, at most `kDecodes`
 ///         while (!delivery.step(50000)) {}
@@ -45,7 +45,8 @@ public:
     static constexpr float kNoPrefixInTones = 20.0F;
     static constexpr float kCertainty = 10.0F;
 
-    explicit Delivery(std::string_view prefix);
+    /// @param workspace  lent for good; for nobody else from `begin` until a decode is finished
+    Delivery(std::string_view prefix, Workspace& workspace);
 
     /// False: the prefix is none, and all texts are accepted.
     bool isReady() const { return m_isReady; }

@@ -12,7 +12,6 @@ namespace sorvel::deep {
 
 namespace {
 
-constexpr std::size_t kPoints = 1024;
 constexpr std::int64_t kStep_samples = 32; // from one end tried to the next
 constexpr std::size_t kRank = 4;           // the fifth quietest of 17 chunks
 constexpr float kRankOfNoise = 0.336F;     // its mean, for powers with mean 1
@@ -72,10 +71,8 @@ void turnHalfBin(const float* turn, const float* in, float* re, float* im) {
 
 } // namespace
 
-Refinement::Refinement(Transform& transform)
-    : m_transform(transform), m_window(trapezoid(kChunk)), m_halfBin(2 * kChunk), m_windowed(2 * kChunk),
-      m_re(kPoints), m_im(kPoints), m_power(kBins), m_spectra(kChunks * kBins), m_noise(kBins),
-      m_smooth(kBins) {
+Refinement::Refinement(Transform& transform, Workspace& workspace)
+    : m_transform(transform), m_workspace(workspace), m_window(trapezoid(kChunk)), m_halfBin(2 * kChunk) {
     for (std::size_t i = 0; i < kChunk; ++i) {
         const double angle = std::numbers::pi * static_cast<double>(i) / kPoints;
         m_halfBin[i] = static_cast<float>(std::cos(angle));
@@ -84,6 +81,7 @@ Refinement::Refinement(Transform& transform)
 }
 
 void Refinement::begin(std::int64_t end, int shift) noexcept {
+    m_workspace.begin<Work>();
     m_end = end;
     m_shift = shift;
     m_best = {end, static_cast<float>(shift), -1.0F};
@@ -91,23 +89,21 @@ void Refinement::begin(std::int64_t end, int shift) noexcept {
 
 void Refinement::tryEnd(SampleView samples, int which) noexcept {
     const std::int64_t end = m_end + (which - 1) * kStep_samples;
-    spectra(samples, end);
-    measureNoise();
+    const Work& work = spectra(samples, end);
     for (int half = -2; half <= 2; ++half) {
         const float shift = static_cast<float>(m_shift) + 0.5F * static_cast<float>(half);
-        const float f = fit(shift);
+        const float f = fit(work, shift);
         if (f > m_best.fit) m_best = {end, shift, f};
     }
 }
 
 void Refinement::finish(SampleView samples, ToneEnergies& energies) noexcept {
-    spectra(samples, m_best.end);
-    measureNoise();
+    const Work& work = spectra(samples, m_best.end);
     for (std::size_t chunk = 0; chunk < kChunks; ++chunk) {
-        const ShortFloat* const row = &m_spectra[chunk * kBins];
+        const ShortFloat* const row = &work.spectra[chunk * kBins];
         for (std::size_t tone = 0; tone < kTones; ++tone) {
             const std::size_t bin = placeOf(tone, m_best.shift);
-            energies[chunk][tone] = lengthened(row[bin]) / m_noise[bin];
+            energies[chunk][tone] = lengthened(row[bin]) / work.noise[bin];
         }
     }
 }
@@ -118,37 +114,40 @@ std::int64_t Refinement::chunkEnd(std::int64_t end, std::size_t chunk) const noe
     return end - std::lround(back);
 }
 
-void Refinement::spectra(SampleView samples, std::int64_t end) noexcept {
+const Refinement::Work& Refinement::spectra(SampleView samples, std::int64_t end) noexcept {
+    Work& work = m_workspace.of<Work>();
     for (std::size_t chunk = 0; chunk < kChunks; ++chunk) {
         const std::size_t from =
             samples.index(chunkEnd(end, chunk) - static_cast<std::int64_t>(kChunk), kChunk);
-        float* const re = m_windowed.data();
+        float* const re = work.windowed.data();
         float* const im = re + kChunk;
         limitBursts(samples.re + from, samples.im + from, kChunk, re, im);
         applyWindow(m_window, re, im);
-        spectrum(false);
-        spectrum(true);
-        shorten(m_power.data(), kBins, 1.0F / ToneComb::noise(m_power), &m_spectra[chunk * kBins]);
+        spectrum(work, false);
+        spectrum(work, true);
+        shorten(work.power.data(), kBins, 1.0F / ToneComb::noise(work.power), &work.spectra[chunk * kBins]);
     }
+    measureNoise(work);
+    return work;
 }
 
 /// The whole bins, or those halfway between: two transforms of the 1024 points at hand give what one of
 /// 2048 would.
-void Refinement::spectrum(bool isBetween) noexcept {
+void Refinement::spectrum(Work& work, bool isBetween) noexcept {
     if (isBetween) {
-        turnHalfBin(m_halfBin.data(), m_windowed.data(), m_re.data(), m_im.data());
+        turnHalfBin(m_halfBin.data(), work.windowed.data(), work.re.data(), work.im.data());
     } else {
-        std::copy_n(m_windowed.begin(), kChunk, m_re.begin());
-        std::copy_n(m_windowed.begin() + kChunk, kChunk, m_im.begin());
+        std::copy_n(work.windowed.begin(), kChunk, work.re.begin());
+        std::copy_n(work.windowed.begin() + kChunk, kChunk, work.im.begin());
     }
-    std::fill(m_re.begin() + kChunk, m_re.end(), 0.0F);
-    std::fill(m_im.begin() + kChunk, m_im.end(), 0.0F);
-    m_transform.forward(m_re.data(), m_im.data());
+    std::fill(work.re.begin() + kChunk, work.re.end(), 0.0F);
+    std::fill(work.im.begin() + kChunk, work.im.end(), 0.0F);
+    m_transform.forward(work.re.data(), work.im.data());
     constexpr std::size_t kBelow =
         -kFirstBin / 2; // whole bins below the centre, which the transform has last
-    float* const power = m_power.data() + (isBetween ? 1 : 0);
-    everySecondPower(m_re.data() + kPoints - kBelow, m_im.data() + kPoints - kBelow, kBelow, power);
-    everySecondPower(m_re.data(), m_im.data(), kBins / 2 - kBelow, power + 2 * kBelow);
+    float* const power = work.power.data() + (isBetween ? 1 : 0);
+    everySecondPower(work.re.data() + kPoints - kBelow, work.im.data() + kPoints - kBelow, kBelow, power);
+    everySecondPower(work.re.data(), work.im.data(), kBins / 2 - kBelow, power + 2 * kBelow);
 }
 
 std::size_t Refinement::placeOf(std::size_t tone, float shift) noexcept {
@@ -158,16 +157,16 @@ std::size_t Refinement::placeOf(std::size_t tone, float shift) noexcept {
     return static_cast<std::size_t>(std::clamp<long>(place, 0, kBins - 1));
 }
 
-float Refinement::fit(float shift) const noexcept {
+float Refinement::fit(const Work& work, float shift) noexcept {
     std::array<std::size_t, kTones> places{};
     std::array<float, kTones> quiet{}; // one over the noise
     for (std::size_t tone = 0; tone < kTones; ++tone) {
         places[tone] = placeOf(tone, shift);
-        quiet[tone] = 1.0F / m_noise[places[tone]];
+        quiet[tone] = 1.0F / work.noise[places[tone]];
     }
     float sum = 0.0F;
     for (std::size_t chunk = 0; chunk < kChunks; ++chunk) {
-        const ShortFloat* const row = &m_spectra[chunk * kBins];
+        const ShortFloat* const row = &work.spectra[chunk * kBins];
         for (std::size_t side = 0; side < 2; ++side) {
             float most = 0.0F;
             for (std::size_t tone = 0; tone < kTones / 2; ++tone)
@@ -179,9 +178,9 @@ float Refinement::fit(float shift) const noexcept {
     return sum;
 }
 
-void Refinement::measureNoise() noexcept {
-    fifthSmallest(m_spectra.data(), kBins, m_noise.data());
-    scaleBy(m_noise.data(), kBins, 1.0F / kRankOfNoise);
+void Refinement::measureNoise(Work& work) noexcept {
+    fifthSmallest(work.spectra.data(), kBins, work.noise.data());
+    scaleBy(work.noise.data(), kBins, 1.0F / kRankOfNoise);
     // The smooth noise changes slowly, so it is reckoned at every eighth bin.
     constexpr std::size_t kEvery = 8;
     std::array<float, 2 * kNeighbours / kStride + 1> asked{};
@@ -189,15 +188,16 @@ void Refinement::measureNoise() noexcept {
         std::size_t count = 0;
         const std::size_t low = bin > kNeighbours ? bin - kNeighbours : 0;
         for (std::size_t i = low; i <= std::min(bin + kNeighbours, kBins - 1); i += kStride)
-            asked[count++] = m_noise[i];
+            asked[count++] = work.noise[i];
         std::nth_element(asked.begin(), asked.begin() + static_cast<std::ptrdiff_t>(count / 2),
                          asked.begin() + static_cast<std::ptrdiff_t>(count));
-        std::fill_n(m_smooth.begin() + static_cast<std::ptrdiff_t>(bin), std::min(kEvery, kBins - bin),
+        std::fill_n(work.smooth.begin() + static_cast<std::ptrdiff_t>(bin), std::min(kEvery, kBins - bin),
                     asked[count / 2]);
     }
     constexpr float kLeast = 1e-6F; // what is digital silence must not divide
     for (std::size_t i = 0; i < kBins; ++i)
-        m_noise[i] = std::max(m_noise[i] > kWhistle * m_smooth[i] ? m_noise[i] : m_smooth[i], kLeast);
+        work.noise[i] =
+            std::max(work.noise[i] > kWhistle * work.smooth[i] ? work.noise[i] : work.smooth[i], kLeast);
 }
 
 } // namespace sorvel::deep

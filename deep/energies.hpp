@@ -3,6 +3,7 @@
 #include "deep/baseband.hpp"
 #include "deep/short_float.hpp"
 #include "deep/transform.hpp"
+#include "deep/workspace.hpp"
 
 #include <array>
 #include <span>
@@ -45,7 +46,8 @@ struct SampleView {
 class Refinement {
 public:
     /// @param transform  of 1024 points, lent for good; may serve others too
-    explicit Refinement(Transform& transform);
+    /// @param workspace  lent for good; for nobody else from `begin` to `finish`
+    Refinement(Transform& transform, Workspace& workspace);
 
     static constexpr int kEnds = 3; ///< steps of `tryEnd` per candidate
     void begin(std::int64_t end, int shift) noexcept;
@@ -60,20 +62,28 @@ public:
 private:
     static constexpr int kFirstBin = -2 * 312; // half bins
     static constexpr std::size_t kBins = 2 * 672;
+    static constexpr std::size_t kPoints = 1024;
 
-    void spectra(SampleView samples, std::int64_t end) noexcept;
-    void spectrum(bool isBetween) noexcept;
-    void measureNoise() noexcept;
-    float fit(float shift) const noexcept;
+    /// Of the candidate at hand, in the workspace.
+    struct Work {
+        std::array<float, 2 * kChunk> windowed; ///< a chunk: real parts, then imaginary ones
+        std::array<float, kPoints> re, im;
+        std::array<float, kBins> power;
+        std::array<ShortFloat, kChunks * kBins> spectra; ///< a row for each chunk
+        std::array<float, kBins> noise, smooth;
+    };
+
+    /// The spectra of the 17 chunks before this end, and their noise.
+    const Work& spectra(SampleView samples, std::int64_t end) noexcept;
+    void spectrum(Work& work, bool isBetween) noexcept;
+    static void measureNoise(Work& work) noexcept;
+    static float fit(const Work& work, float shift) noexcept;
     static std::size_t placeOf(std::size_t tone, float shift) noexcept;
     std::int64_t chunkEnd(std::int64_t end, std::size_t chunk) const noexcept;
 
     Transform& m_transform;
+    Workspace& m_workspace;
     std::vector<float> m_window, m_halfBin; // cosines, then sines, of half a bin
-    std::vector<float> m_windowed;          // a chunk: real parts, then imaginary ones
-    std::vector<float> m_re, m_im, m_power;
-    std::vector<ShortFloat> m_spectra; // 17 rows of kBins
-    std::vector<float> m_noise, m_smooth;
     std::int64_t m_end = 0;
     int m_shift = 0;
     Place m_best;

@@ -13,8 +13,10 @@ namespace {
 constexpr double kLength_s = 0.006;
 constexpr double kCutoff_hz = 1330.0;
 constexpr double kBeta = 7.86;
-constexpr std::size_t kPositions = 8; // between two samples
-constexpr std::size_t kPiece = 256;   // samples of the device mixed at a time
+// The filter is known at every eighth of a sample, or this often in a second if that is enough.
+constexpr std::size_t kMostPositions = 8;
+constexpr double kPositions_hz = 8 * 44100.0;
+constexpr std::size_t kPiece = 256; // samples of the device mixed at a time
 
 /// Modified Bessel function of the first kind and order 0, by its power series.
 double besselI0(double x) {
@@ -67,13 +69,14 @@ Sum weightedSum(const float* w, const float* re, const float* im, std::size_t ta
 FrontEnd::FrontEnd(double rate_hz)
     : m_step(rate_hz / kBasebandRate_hz), m_cyclesPerSample(kCentre_hz / rate_hz),
       m_taps((static_cast<std::size_t>(std::ceil(kLength_s * rate_hz)) + 16) / 16 * 16),
-      m_rows(m_step == std::floor(m_step) ? 1 : kPositions + 1), m_piece(kPiece), m_re(m_taps + 4 * kPiece),
+      m_positions(std::min(kMostPositions, static_cast<std::size_t>(std::ceil(kPositions_hz / rate_hz)))),
+      m_rows(m_step == std::floor(m_step) ? 1 : m_positions + 1), m_piece(kPiece), m_re(m_taps + 4 * kPiece),
       m_im(m_taps + 4 * kPiece) {
     m_weights.reserve(m_rows * m_taps);
     const std::size_t before = m_taps / 2 - 1; // taps before the middle one
     const auto middle = static_cast<double>(before);
     for (std::size_t row = 0; row < m_rows; ++row) {
-        const double offset = static_cast<double>(row) / kPositions;
+        const double offset = static_cast<double>(row) / static_cast<double>(m_positions);
         double sum = 0.0;
         for (std::size_t k = 0; k < m_taps; ++k)
             sum += weight((static_cast<double>(k) - offset - middle) / rate_hz);
@@ -138,8 +141,8 @@ std::size_t FrontEnd::filter(float* re, float* im) noexcept {
             re[written] = sum.re;
             im[written] = sum.im;
         } else {
-            const double place = (m_next - static_cast<double>(first)) * kPositions;
-            const auto row = std::min(static_cast<std::size_t>(place), kPositions - 1);
+            const double place = (m_next - static_cast<double>(first)) * static_cast<double>(m_positions);
+            const auto row = std::min(static_cast<std::size_t>(place), m_positions - 1);
             const auto part = static_cast<float>(place - static_cast<double>(row));
             const Sum a = weightedSum(m_weights.data() + row * m_taps, r, i, m_taps);
             const Sum b = weightedSum(m_weights.data() + (row + 1) * m_taps, r, i, m_taps);

@@ -13,9 +13,9 @@ namespace sorvel::deep {
 /// Sound is mixed down at its own rate, then summed through one low-pass filter at every sample of the
 /// baseband: 6 ms of windowed sinc (Kaiser and Schafer, "On the use of the I0-sinh window for spectrum
 /// analysis", 1980; beta 7.86), half its amplitude at 1330 Hz, 80 dB down from 1750 Hz on. Where a sample
-/// falls between those of the device, two rows of weights an eighth of a sample apart are mixed; what that
-/// leaves is 80 dB below the signal. The centre turns whole times in a sample of the baseband, so nothing
-/// needs to be turned back.
+/// falls between those of the device, two rows of weights an eighth of a sample apart are mixed (less finely
+/// at rates above 44.1 kHz, for the same time apart); what that leaves is 80 dB below the signal. The centre
+/// turns whole times in a sample of the baseband, so nothing needs to be turned back.
 ///
 /// Delay: 3 ms. Thread: one at a time. Allocates in the constructor only.
 class FrontEnd {
@@ -41,7 +41,8 @@ private:
     double m_step;            // samples of the device per sample of the baseband
     double m_cyclesPerSample; // of the centre
     std::size_t m_taps;
-    std::size_t m_rows; // of weights, for positions between two samples; 1 where there is none between
+    std::size_t m_positions; // between two samples at which the filter is known
+    std::size_t m_rows;      // of weights, for positions between two samples; 1 where there is none between
     std::vector<float> m_weights;
     std::vector<float> m_turn; // cosine and sine of the centre over the samples of a piece
     std::vector<float> m_piece;

@@ -82,9 +82,8 @@ void follow(const float* __restrict power, float* __restrict colour, std::size_t
 } // namespace
 
 MotionGate::MotionGate()
-    : m_transform(kPoints), m_comb(kPoints, kReach), m_window(kWindow_samples), m_re(kPoints), m_im(kPoints),
-      m_power(m_comb.bins()), m_colour(m_comb.bins()), m_scores(kRows * kShifts) {
-    m_window = trapezoid(m_window.size(), 0.2);
+    : m_transform(kPoints), m_comb(kPoints, kReach), m_window(trapezoid(kWindow_samples, 0.2)), m_re(kPoints),
+      m_im(kPoints), m_power(m_comb.bins()), m_colour(m_comb.bins()), m_scores(kRows * kShifts) {
     reset();
 }
 

@@ -12,7 +12,6 @@ namespace sorvel::deep {
 namespace {
 
 constexpr float kNever = -1e9F;
-constexpr std::size_t kPoints = 1024;
 
 /// What may be reached by jumps from the ends, and by which.
 SORVEL_DEEP_CLONES
@@ -115,15 +114,11 @@ void Trellis::trace(std::span<const Chirp> chirps, Steps& steps) const noexcept 
 }
 
 ChirpScores::ChirpScores(Transform& transform)
-    : m_transform(transform), m_comb(kPoints, kReach), m_trapezoid(kChunk),
-      m_factors((kMostSlopes + kMostBends) * 2 * kChunk), m_windowed(4 * kChunk), m_re(kPoints),
-      m_im(kPoints), m_power(m_comb.bins()), m_scores(2 * kReach + 1) {
-    m_trapezoid = trapezoid(m_trapezoid.size(), 0.15);
-    setGrid(1.0, 0, 1.0, 0);
-}
+    : m_transform(transform), m_comb(kPoints, kReach), m_trapezoid(trapezoid(kChunk, 0.15)),
+      m_power(m_comb.bins()), m_scores(2 * kReach + 1) {}
 
 void ChirpScores::setFactor(std::size_t row, double slope_hz_s, double bend_hz_s2) noexcept {
-    float* const cosines = m_factors.data() + row * 2 * kChunk;
+    float* const cosines = m_memory->factors.data() + row * 2 * kChunk;
     for (std::size_t i = 0; i < kChunk; ++i) {
         const double t = (static_cast<double>(i) - 255.5) * kChunk_s / static_cast<double>(kChunk);
         const double turns = slope_hz_s * t * t / 2.0 + bend_hz_s2 * t * t * t / 6.0;
@@ -151,42 +146,50 @@ void ChirpScores::setGrid(double slopeStep, int slopes, double bendStep, int ben
 }
 
 void ChirpScores::setWindow(const float* re, const float* im) noexcept {
+    Memory& memory = *m_memory;
     for (std::size_t i = 0; i < kChunk; ++i) {
-        m_windowed[i] = re[i] * m_trapezoid[i];
-        m_windowed[kChunk + i] = im[i] * m_trapezoid[i];
+        memory.windowed[i] = re[i] * m_trapezoid[i];
+        memory.windowed[kChunk + i] = im[i] * m_trapezoid[i];
     }
     // Chirps leave the noise as it is, so the steady one's measure serves all.
-    std::copy_n(m_windowed.begin(), kChunk, m_re.begin());
-    std::copy_n(m_windowed.begin() + kChunk, kChunk, m_im.begin());
-    std::fill(m_re.begin() + kChunk, m_re.end(), 0.0F);
-    std::fill(m_im.begin() + kChunk, m_im.end(), 0.0F);
-    m_transform.forward(m_re.data(), m_im.data());
-    m_comb.powers(m_re.data(), m_im.data(), m_power.data());
+    std::copy_n(memory.windowed.begin(), kChunk, memory.re.begin());
+    std::copy_n(memory.windowed.begin() + kChunk, kChunk, memory.im.begin());
+    transform();
     m_scale = 1.0F / ToneComb::noise(m_power);
 }
 
+/// Powers of the chunk in `re` and `im`.
+void ChirpScores::transform() noexcept {
+    Memory& memory = *m_memory;
+    std::fill(memory.re.begin() + kChunk, memory.re.end(), 0.0F);
+    std::fill(memory.im.begin() + kChunk, memory.im.end(), 0.0F);
+    m_transform.forward(memory.re.data(), memory.im.data());
+    m_comb.powers(memory.re.data(), memory.im.data(), m_power.data());
+}
+
 std::span<const float> ChirpScores::scores(int index, int first, int last) noexcept {
+    Memory& memory = *m_memory;
+    const auto factor = [&memory](int row) {
+        return memory.factors.data() + row * 2 * static_cast<int>(kChunk);
+    };
+    const auto sign = [](int of) { return of > 0 ? 1.0F : -1.0F; };
     const Place place = m_places[static_cast<std::size_t>(index)];
-    const float* re = m_windowed.data();
-    const float* im = re + kChunk;
+    const float* re = memory.windowed.data();
     if (place.bend != 0) {
-        float* const bent = m_windowed.data() + 2 * kChunk;
-        turn(re, im, factor(static_cast<std::size_t>(kMostSlopes + std::abs(place.bend) - 1)),
-             place.bend > 0 ? 1.0F : -1.0F, bent, bent + kChunk);
+        float* const bent = memory.bent.data();
+        turn(re, re + kChunk, factor(kMostSlopes + std::abs(place.bend) - 1), sign(place.bend), bent,
+             bent + kChunk);
         re = bent;
-        im = bent + kChunk;
     }
+    const float* const im = re + kChunk;
     if (place.slope != 0) {
-        turn(re, im, factor(static_cast<std::size_t>(std::abs(place.slope) - 1)),
-             place.slope > 0 ? 1.0F : -1.0F, m_re.data(), m_im.data());
+        turn(re, im, factor(std::abs(place.slope) - 1), sign(place.slope), memory.re.data(),
+             memory.im.data());
     } else {
-        std::copy_n(re, kChunk, m_re.begin());
-        std::copy_n(im, kChunk, m_im.begin());
+        std::copy_n(re, kChunk, memory.re.begin());
+        std::copy_n(im, kChunk, memory.im.begin());
     }
-    std::fill(m_re.begin() + kChunk, m_re.end(), 0.0F);
-    std::fill(m_im.begin() + kChunk, m_im.end(), 0.0F);
-    m_transform.forward(m_re.data(), m_im.data());
-    m_comb.powers(m_re.data(), m_im.data(), m_power.data());
+    transform();
     m_comb.scores(m_power.data(), m_scale, first, last, m_scores.data());
     return {m_scores.data(), static_cast<std::size_t>(last - first + 1)};
 }

@@ -82,9 +82,22 @@ class ChirpScores {
 public:
     static constexpr int kReach = 57;
     static constexpr int kMostSlopes = 7, kMostBends = 4;
+    static constexpr std::size_t kPoints = 1024;
 
     /// @param transform  of 1024 points, lent for good; may serve others too
     explicit ChirpScores(Transform& transform);
+
+    /// What it works in.
+    struct Memory {
+        /// Per positive slope, then per positive bend: cosines, then sines.
+        std::array<float, (kMostSlopes + kMostBends) * 2 * kChunk> factors;
+        std::array<float, 2 * kChunk> windowed; ///< times the trapezoid: real parts, then imaginary ones
+        std::array<float, 2 * kChunk> bent;     ///< the same with a bend taken out
+        std::array<float, kPoints> re, im;
+    };
+
+    /// @param memory  until the last scores
+    void begin(Memory& memory) noexcept { m_memory = &memory; }
 
     /// Chirps of slopes i `slopeStep`, |i| <= `slopes`, and bends k `bendStep`, |k| <= `bends`, within the
     /// ellipse (i / (slopes + 0.25))^2 + (k / (bends + 0.2))^2 <= 1. Takes some 0.1 ms.
@@ -96,10 +109,6 @@ public:
     /// The 512 samples from here on are next.
     void setWindow(const float* re, const float* im) noexcept;
 
-    /// Room for another's work until the grid is set again, and the transform of 1024 points.
-    std::span<float> lendMemory() noexcept { return m_factors; }
-    Transform& transform() noexcept { return m_transform; }
-
     /// Scores of chirp `index` at the shifts `first` to `last`, valid until the next call.
     std::span<const float> scores(int index, int first, int last) noexcept;
 
@@ -110,19 +119,18 @@ private:
         std::int8_t slope, bend;
     };
 
-    const float* factor(std::size_t row) const noexcept { return m_factors.data() + row * 2 * kChunk; }
     void setFactor(std::size_t row, double slope_hz_s, double bend_hz_s2) noexcept;
+    void transform() noexcept;
 
     Transform& m_transform;
+    Memory* m_memory = nullptr;
     ToneComb m_comb;
     std::size_t m_count = 0;
     std::array<Chirp, kMostChirps> m_chirps;
     std::array<Place, kMostChirps> m_places{};
     std::array<bool, kMostChirps> m_isAtRim{};
     std::vector<float> m_trapezoid;
-    std::vector<float> m_factors;  // per positive slope, then per positive bend: cosines, then sines
-    std::vector<float> m_windowed; // the window times the trapezoid: real parts, then imaginary ones
-    std::vector<float> m_re, m_im, m_power, m_scores;
+    std::vector<float> m_power, m_scores;
     float m_scale = 1.0F;
 };
 

@@ -31,8 +31,11 @@ Trellis::JumpCost fineJump(float worth, bool isWide) {
 
 } // namespace
 
-MotionSearch::MotionSearch(Transform& transform)
-    : m_re(kBefore_samples + kAfter_samples), m_im(kBefore_samples + kAfter_samples), m_chirps(transform) {}
+MotionSearch::MotionSearch(Transform& transform, Workspace& workspace)
+    : m_transform(transform), m_workspace(workspace), m_re(kBefore_samples + kAfter_samples),
+      m_im(kBefore_samples + kAfter_samples), m_chirps(transform) {}
+
+void MotionSearch::beginWork() noexcept { m_chirps.begin(m_workspace.begin<Work>().chirps); }
 
 void MotionSearch::enter(Stage stage) noexcept {
     m_stage = stage;
@@ -54,7 +57,8 @@ void MotionSearch::begin(std::span<const float> re, std::span<const float> im, s
     m_turns = 0;
     m_end = static_cast<int>(kBefore_samples);
     m_shift = 0;
-    m_lines.begin(m_chirps.transform(), m_chirps.lendMemory());
+    beginWork();
+    m_lines.begin(m_transform, m_workspace.of<Work>().chirps.factors);
     enter(Stage::kLines);
 }
 
@@ -142,25 +146,25 @@ void MotionSearch::coarse() noexcept {
     const int row = m_unit % kGroupRows;
     const int first = kFirstOffset + 2 * group;
     if (row == 0)
-        for (Trellis& trellis : m_trellises) trellis.begin(m_memory);
+        for (Trellis& trellis : trellises()) trellis.begin(m_workspace.of<Work>().paths);
     setWindow(static_cast<int>(kBefore_samples) + first * kRow_samples -
               (kChunkCount - 1 - row) * static_cast<int>(kChunk));
     const auto isIn = [row](int member) { return row >= member && row < member + kChunkCount; };
     for (int member = 0; member < kTogether; ++member)
-        if (isIn(member)) m_trellises[static_cast<std::size_t>(member)].beginChunk(kCoarseJump);
+        if (isIn(member)) trellises()[static_cast<std::size_t>(member)].beginChunk(kCoarseJump);
     const std::span<const Chirp> chirps = m_chirps.chirps();
     for (std::size_t i = 0; i < chirps.size(); ++i) {
         const std::span<const float> scores = m_chirps.scores(static_cast<int>(i), -kReach, kReach);
         for (int member = 0; member < kTogether; ++member)
             if (isIn(member))
-                m_trellises[static_cast<std::size_t>(member)].add(chirps[i], static_cast<int>(i), -kReach,
+                trellises()[static_cast<std::size_t>(member)].add(chirps[i], static_cast<int>(i), -kReach,
                                                                   scores);
         ++m_spent;
     }
     const int done = row - (kChunkCount - 1);
     if (done >= 0)
         m_worths[static_cast<std::size_t>(2 * group + kChunkRows * done)] =
-            m_trellises[static_cast<std::size_t>(done)].best();
+            trellises()[static_cast<std::size_t>(done)].best();
     if (++m_unit < kGroups * kGroupRows) return;
     chooseOffset();
     enter(m_best < 0.9F * kLeastWorth ? Stage::kDone : Stage::kNeighbours);
@@ -178,9 +182,9 @@ void MotionSearch::neighbours() noexcept {
     const int chunk = m_unit % kChunkCount;
     const int offset = m_offset + (side == 0 ? -1 : 1);
     const bool isThere = offset >= kFirstOffset && offset < kFirstOffset + kOffsets;
-    Trellis& trellis = m_trellises[0];
+    Trellis& trellis = trellises()[0];
     if (isThere) {
-        if (chunk == 0) trellis.begin(m_memory);
+        if (chunk == 0) trellis.begin(m_workspace.of<Work>().paths);
         setWindow(static_cast<int>(kBefore_samples) + offset * kRow_samples -
                   (kChunkCount - 1 - chunk) * static_cast<int>(kChunk));
         trellis.beginChunk(kCoarseJump);
@@ -206,13 +210,13 @@ void MotionSearch::beginFine(int offset) noexcept {
     m_turns = 0;
     m_shift = 0;
     m_chirps.setGrid(80.0, 6, 1500.0, 3);
-    m_trellises[0].begin(m_memory);
+    trellises()[0].begin(m_workspace.of<Work>().paths);
     m_spent += 20;
     enter(Stage::kFine);
 }
 
 void MotionSearch::fine() noexcept {
-    Trellis& trellis = m_trellises[0];
+    Trellis& trellis = trellises()[0];
     setWindow(m_end - (kChunkCount - 1 - m_unit) * static_cast<int>(kChunk));
     trellis.beginChunk(fineJump(m_best, m_stage == Stage::kWide));
     const std::span<const Chirp> chirps = m_chirps.chirps();
@@ -226,7 +230,7 @@ void MotionSearch::fine() noexcept {
 /// A loud path that keeps to the rim of the chirps at hand has a second try among wider and coarser ones,
 /// which only loud tones bear.
 void MotionSearch::endFine() noexcept {
-    Trellis& trellis = m_trellises[0];
+    Trellis& trellis = trellises()[0];
     const bool isWide = m_stage == Stage::kWide;
     const float worth = trellis.best();
     if (!isWide || worth > m_fineWorth) {
@@ -238,7 +242,7 @@ void MotionSearch::endFine() noexcept {
                            std::count_if(m_steps.begin(), m_steps.end(), isAtRim) >= 3;
     if (wantsWide) {
         m_chirps.setGrid(160.0, 5, 3000.0, 3);
-        trellis.begin(m_memory);
+        trellis.begin(m_workspace.of<Work>().paths);
         m_spent += 20;
         enter(Stage::kWide);
         return;
@@ -306,12 +310,12 @@ void MotionSearch::timing() noexcept {
     const auto best =
         std::max_element(m_timing.begin(), m_timing.begin() + 2 * m_ends + 1) - m_timing.begin();
     m_end += (static_cast<int>(best) - m_ends) * kRow_samples / 2;
-    m_trellises[0].begin(m_memory);
+    trellises()[0].begin(m_workspace.of<Work>().paths);
     enter(Stage::kResidual);
 }
 
 void MotionSearch::residual() noexcept {
-    Trellis& trellis = m_trellises[0];
+    Trellis& trellis = trellises()[0];
     setChunk(m_unit, m_end);
     trellis.beginChunk(kResidualJump);
     const std::span<const Chirp> chirps = m_chirps.chirps();
@@ -361,6 +365,7 @@ bool MotionSearch::nextOffset() noexcept {
                      std::span(m_re).subspan(from, kTurned_samples),
                      std::span(m_im).subspan(from, kTurned_samples), m_from[m_turns - 1]);
     }
+    beginWork();
     beginFine(m_offset);
     return true;
 }

@@ -3,6 +3,7 @@
 #include "deep/dewarp.hpp"
 #include "deep/line_filter.hpp"
 #include "deep/motion_path.hpp"
+#include "deep/workspace.hpp"
 
 #include <array>
 #include <cstdint>
@@ -37,7 +38,8 @@ public:
     static constexpr std::size_t kAfter_samples = 1088;
 
     /// @param transform  of 1024 points, lent for good; may serve others too
-    explicit MotionSearch(Transform& transform);
+    /// @param workspace  lent for good; for nobody else from `begin` or `nextOffset` to the last step
+    MotionSearch(Transform& transform, Workspace& workspace);
 
     /// Copies what it needs. @param end  index of the first sample behind the supposed transmission
     void begin(std::span<const float> re, std::span<const float> im, std::size_t end) noexcept;
@@ -83,6 +85,15 @@ private:
     static constexpr int kFirstOffset = -10, kOffsets = 23; // in rows of 64 samples
     static constexpr int kTogether = 3;                     // offsets a chunk apart share their rows
 
+    /// In the workspace, until there is a path.
+    struct Work {
+        ChirpScores::Memory chirps; ///< lines, before there are any chirps, are filtered in its factors
+        Trellis::Memory paths;
+        std::array<Trellis, kTogether> trellises;
+    };
+
+    void beginWork() noexcept;
+    std::array<Trellis, kTogether>& trellises() const noexcept { return m_workspace.of<Work>().trellises; }
     void unit() noexcept;
     void lines() noexcept;
     void linesOut() noexcept;
@@ -103,11 +114,11 @@ private:
     void setChunk(int chunk, int end) noexcept;
     void enter(Stage stage) noexcept;
 
+    Transform& m_transform;
+    Workspace& m_workspace;
     std::vector<float> m_re, m_im;
     LineFilter m_lines;
     ChirpScores m_chirps;
-    Trellis::Memory m_memory{};
-    std::array<Trellis, kTogether> m_trellises;
     std::array<float, kOffsets> m_worths{}; // coarse, by offset
     Stage m_stage = Stage::kDone;
     int m_unit = 0;  // of the stage

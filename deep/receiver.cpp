@@ -42,7 +42,7 @@ float speed_m_s(float shift) { return kSpeedOfSound_m_s * shift * static_cast<fl
 class Receiver::Parts {
 public:
     Parts(double rate_hz, std::string_view prefix)
-        : m_frontEnd(rate_hz), m_attempt(prefix, m_transform), m_rate_hz(rate_hz) {}
+        : m_frontEnd(rate_hz), m_attempt(prefix, m_transform, m_workspace), m_rate_hz(rate_hz) {}
 
     bool isReady() const { return m_attempt.isReady(); }
     double rate_hz() const { return m_rate_hz; }
@@ -74,10 +74,11 @@ private:
     std::size_t m_inBlock = 0;
     std::int64_t m_row = 0;
     Transform m_transform{1024};
+    Workspace m_workspace; // of one attempt or motion search
     Rows m_rows{m_transform};
     Candidates m_candidates;
     MotionGate m_gate;
-    MotionSearch m_motion{m_transform};
+    MotionSearch m_motion{m_transform, m_workspace};
     Attempt m_attempt;
     double m_rate_hz;
 

@@ -26,22 +26,21 @@ float powerAt(const float* re, const float* im, const float* cosine, const float
 
 } // namespace
 
-SubBlocks::SubBlocks() : m_cosines(kTones * kBlock), m_sines(kTones * kBlock) {}
-
-void SubBlocks::tune(float shift) noexcept {
+void SubBlocks::tune(Work& work, float shift) noexcept {
     for (std::size_t tone = 0; tone < kTones; ++tone) {
         const double bin = toneBin(tone) + static_cast<double>(shift) * toneScale(tone);
         const double step = 2.0 * std::numbers::pi * bin / 1024.0;
         for (std::size_t i = 0; i < kBlock; ++i) {
             const auto angle = static_cast<float>(step * static_cast<double>(i));
-            m_cosines[tone * kBlock + i] = std::cos(angle);
-            m_sines[tone * kBlock + i] = std::sin(angle);
+            work.cosines[tone * kBlock + i] = std::cos(angle);
+            work.sines[tone * kBlock + i] = std::sin(angle);
         }
     }
 }
 
 void SubBlocks::score(SampleView samples, const Place& place, Scores& scores) noexcept {
-    tune(place.shift);
+    Work& work = m_workspace.begin<Work>();
+    tune(work, place.shift);
     for (std::size_t chunk = 0; chunk < kChunks; ++chunk) {
         const double back =
             static_cast<double>((kChunks - chunk) * kChunk) / ratioOfShift(static_cast<double>(place.shift));
@@ -56,8 +55,8 @@ void SubBlocks::score(SampleView samples, const Place& place, Scores& scores) no
                 float sum = 1e-30F;
                 for (std::size_t i = 0; i < 16; ++i) {
                     const std::size_t tone = 16 * side + i;
-                    shares[i] = powerAt(samples.re + from, samples.im + from, &m_cosines[tone * kBlock],
-                                        &m_sines[tone * kBlock]);
+                    shares[i] = powerAt(samples.re + from, samples.im + from, &work.cosines[tone * kBlock],
+                                        &work.sines[tone * kBlock]);
                     sum += shares[i];
                 }
                 for (std::size_t i = 0; i < 16; ++i) values[i] += shares[i] / sum;

@@ -1,8 +1,7 @@
 #pragma once
 
 #include "deep/energies.hpp"
-
-#include <vector>
+#include "deep/workspace.hpp"
 
 namespace sorvel::deep {
 
@@ -12,17 +11,23 @@ namespace sorvel::deep {
 /// In each look the two tones share out what there is, so that one strong moment, or an echo's late beat,
 /// does not outvote the others.
 ///
-/// Thread: one at a time. Allocates in the constructor only.
+/// Thread: one at a time. Allocates nothing.
 class SubBlocks {
 public:
-    SubBlocks();
+    /// @param workspace  lent for good, needed within `score` alone
+    explicit SubBlocks(Workspace& workspace) : m_workspace(workspace) {}
     /// @param place  from a Refinement of the same samples
     void score(SampleView samples, const Place& place, Scores& scores) noexcept;
 
 private:
-    void tune(float shift) noexcept;
+    struct Work {
+        using Rows = std::array<float, kTones * kBlock>;
+        Rows cosines, sines; ///< by tone and sample of a block
+    };
 
-    std::vector<float> m_cosines, m_sines; // 32 rows of a block
+    static void tune(Work& work, float shift) noexcept;
+
+    Workspace& m_workspace;
 };
 
 } // namespace sorvel::deep

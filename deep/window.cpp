@@ -41,16 +41,16 @@ void weigh(const float* weights, std::size_t count, float* re, float* im) {
 } // namespace
 
 std::vector<float> trapezoid(std::size_t length, double edge) {
-    std::vector<double> shape(length);
-    double energy = 0.0;
-    for (std::size_t i = 0; i < length; ++i) {
+    const auto shape = [&](std::size_t i) {
         const double from = (static_cast<double>(i) + 0.5) / static_cast<double>(length);
-        shape[i] = std::min({1.0, from / edge, (1.0 - from) / edge});
-        energy += shape[i] * shape[i];
-    }
+        return std::min({1.0, from / edge, (1.0 - from) / edge});
+    };
+    double energy = 0.0;
+    for (std::size_t i = 0; i < length; ++i) energy += shape(i) * shape(i);
     std::vector<float> weights;
     weights.reserve(length);
-    for (const double value : shape) weights.push_back(static_cast<float>(value / std::sqrt(energy)));
+    for (std::size_t i = 0; i < length; ++i)
+        weights.push_back(static_cast<float>(shape(i) / std::sqrt(energy)));
     return weights;
 }
 

@@ -98,18 +98,20 @@ ParityColumns parityColumns() {
 
 bool WordSpace::build(const Scores& scores, const Allowed& allowed, const ParityColumns& columns) {
     rank(scores, allowed);
-    if (!eliminate(columns)) return false;
+    Solved solved{.columns = columns};
+    if (!eliminate(solved)) return false;
     m_changeCount = 0;
     m_totalWeight = 1.0;
-    for (std::size_t nibble = 0; nibble < kNibbles; ++nibble) addChanges(nibble, scores, allowed[nibble]);
+    for (std::size_t nibble = 0; nibble < kNibbles; ++nibble)
+        addChanges(nibble, scores, allowed[nibble], solved);
     std::sort(m_changes.begin(), m_changes.begin() + static_cast<std::ptrdiff_t>(m_changeCount),
               [](const Change& a, const Change& b) { return a.cost < b.cost; });
 
     m_start = 0;
-    for (std::size_t bit = 0; bit < m_columns.size(); ++bit) {
+    for (std::size_t bit = 0; bit < columns.size(); ++bit) {
         const bool isSet = (m_best[bit / 4] >> bit % 4 & 1) != 0;
         const bool isTied = (m_tied[bit / 4] >> bit % 4 & 1) != 0;
-        if (isSet && !isTied) m_start ^= maskOf(bit);
+        if (isSet && !isTied) m_start ^= maskOf(bit, solved);
     }
     return true;
 }
@@ -147,8 +149,7 @@ void WordSpace::rank(const Scores& scores, const Allowed& allowed) {
 }
 
 /// Makes 32 bits the dependent ones, each with a sum of its own that no other of them takes part in.
-bool WordSpace::eliminate(const ParityColumns& columns) {
-    m_columns = columns;
+bool WordSpace::eliminate(Solved& solved) {
     m_tied.fill(0);
     m_slot.fill(-1);
     m_dependentCount = 0;
@@ -157,14 +158,14 @@ bool WordSpace::eliminate(const ParityColumns& columns) {
         const std::size_t nibble = m_order[i];
         for (std::size_t inNibble = 0; inNibble < 4; ++inNibble) {
             const std::size_t bit = 4 * nibble + inNibble;
-            const std::uint32_t candidates = m_columns[bit] & unused;
+            const std::uint32_t candidates = solved.columns[bit] & unused;
             if ((m_open[nibble] >> inNibble & 1) == 0 || candidates == 0) continue;
             const std::uint32_t sum = candidates & (~candidates + 1);
-            const std::uint32_t others = m_columns[bit] & ~sum;
-            for (std::uint32_t& column : m_columns)
+            const std::uint32_t others = solved.columns[bit] & ~sum;
+            for (std::uint32_t& column : solved.columns)
                 if ((column & sum) != 0) column ^= others;
             unused &= ~sum;
-            m_pivotBit[static_cast<std::size_t>(std::countr_zero(sum))] = static_cast<std::uint8_t>(bit);
+            solved.pivotBit[static_cast<std::size_t>(std::countr_zero(sum))] = static_cast<std::uint8_t>(bit);
             m_tied[nibble] = static_cast<std::uint8_t>(m_tied[nibble] | 1U << inNibble);
         }
         if (m_tied[nibble] == 0) continue;
@@ -176,19 +177,20 @@ bool WordSpace::eliminate(const ParityColumns& columns) {
 }
 
 /// What a bit that is not dependent does to the dependent nibbles; its own may be one of them.
-std::uint64_t WordSpace::maskOf(std::size_t bit) const {
+std::uint64_t WordSpace::maskOf(std::size_t bit, const Solved& solved) const {
     std::uint64_t mask = 0;
     const auto add = [&](std::size_t at) {
         mask ^= std::uint64_t{1} << (4 * static_cast<std::size_t>(m_slot[at / 4]) + at % 4);
     };
-    for (std::uint32_t sums = m_columns[bit]; sums != 0; sums &= sums - 1)
-        add(m_pivotBit[static_cast<std::size_t>(std::countr_zero(sums))]);
+    for (std::uint32_t sums = solved.columns[bit]; sums != 0; sums &= sums - 1)
+        add(solved.pivotBit[static_cast<std::size_t>(std::countr_zero(sums))]);
     if (m_slot[bit / 4] >= 0) add(bit);
     return mask;
 }
 
 /// The changes of a nibble's information, and the losses of its dependent part.
-void WordSpace::addChanges(std::size_t nibble, const Scores& scores, std::uint16_t allowed) {
+void WordSpace::addChanges(std::size_t nibble, const Scores& scores, std::uint16_t allowed,
+                           const Solved& solved) {
     const unsigned information = m_open[nibble] & ~unsigned{m_tied[nibble]};
     std::array<float, 16> most{}; // by information: the best score it leaves
     most.fill(kNever);
@@ -212,7 +214,7 @@ void WordSpace::addChanges(std::size_t nibble, const Scores& scores, std::uint16
         change.nibble = static_cast<std::uint8_t>(nibble);
         change.flip = static_cast<std::uint8_t>(flip);
         for (std::size_t bit = 0; bit < 4; ++bit)
-            if ((flip >> bit & 1U) != 0) change.mask ^= maskOf(4 * nibble + bit);
+            if ((flip >> bit & 1U) != 0) change.mask ^= maskOf(4 * nibble + bit, solved);
         if (m_changeCount < kMaxChanges) {
             m_changes[m_changeCount++] = change;
             continue;

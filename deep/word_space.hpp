@@ -78,10 +78,16 @@ public:
     WordBytes word(std::span<const std::uint8_t> changes, std::uint64_t dependent) const;
 
 private:
+    /// The parity check, once each of its 32 sums determines a bit of its own.
+    struct Solved {
+        ParityColumns columns{};
+        std::array<std::uint8_t, 32> pivotBit{}; ///< by sum: the bit it determines
+    };
+
     void rank(const Scores& scores, const Allowed& allowed);
-    bool eliminate(const ParityColumns& columns);
-    void addChanges(std::size_t nibble, const Scores& scores, std::uint16_t allowed);
-    std::uint64_t maskOf(std::size_t bit) const;
+    bool eliminate(Solved& solved);
+    void addChanges(std::size_t nibble, const Scores& scores, std::uint16_t allowed, const Solved& solved);
+    std::uint64_t maskOf(std::size_t bit, const Solved& solved) const;
     static WordBytes joined(const std::array<std::uint8_t, kNibbles>& nibbles);
 
     // By nibble
@@ -91,8 +97,6 @@ private:
     std::array<std::uint8_t, kNibbles> m_order{}; // least sure first
     std::array<std::int8_t, kNibbles> m_slot{};   // among the dependent nibbles, -1: none
 
-    ParityColumns m_columns{};                 // after elimination
-    std::array<std::uint8_t, 32> m_pivotBit{}; // by sum: the bit it determines
     std::array<std::uint8_t, kMaxDependent> m_dependent{};
     std::array<std::array<float, 16>, kMaxDependent> m_losses{};
     std::size_t m_dependentCount = 0;

@@ -9,6 +9,7 @@ namespace {
 
 using sorvel::deep::Scores;
 using sorvel::deep::TextDecoder;
+using sorvel::deep::Workspace;
 
 float scoreOf(const Scores& scores, const std::string& text) {
     const auto word = codeWord(text);
@@ -72,7 +73,8 @@ TEST(WordSpace, HoldsCodeWordsOnly) {
 
 TEST(TextDecoder, FindsWhatTryingEveryTextFinds) {
     std::mt19937 generator(3);
-    TextDecoder decoder;
+    Workspace workspace;
+    TextDecoder decoder(workspace);
     int found = 0;
     for (int trial = 0; trial < 300; ++trial) {
         SCOPED_TRACE(trial);
@@ -107,7 +109,8 @@ TEST(TextDecoder, FindsWhatTryingEveryTextFinds) {
 
 // Up to four nibbles whose right values are as unlikely as all others: the search alone would not get there.
 TEST(TextDecoder, RepairsTwoBytesThatAreSurelyWrong) {
-    TextDecoder decoder;
+    Workspace workspace;
+    TextDecoder decoder(workspace);
     std::mt19937 generator(4);
     for (int trial = 0; trial < 50; ++trial) {
         const std::string text = randomText(generator, 15);
@@ -129,7 +132,8 @@ TEST(TextDecoder, RepairsTwoBytesThatAreSurelyWrong) {
 
 TEST(TextDecoder, EndsOnAnyScoresWithoutAllocation) {
     std::mt19937 generator(5);
-    TextDecoder decoder;
+    Workspace workspace;
+    TextDecoder decoder(workspace);
     ASSERT_TRUE(decoder.prepare("Ac"));
     const float odd[] = {std::numeric_limits<float>::quiet_NaN(),
                          std::numeric_limits<float>::infinity(),
@@ -155,7 +159,8 @@ TEST(TextDecoder, EndsOnAnyScoresWithoutAllocation) {
 }
 
 TEST(TextDecoder, TakesPrefixesOfTheAlphabetOnly) {
-    TextDecoder decoder;
+    Workspace workspace;
+    TextDecoder decoder(workspace);
     EXPECT_TRUE(decoder.prepare("ACME_ 9"));
     EXPECT_TRUE(decoder.hasPrefix());
     for (const std::string_view wrong : {"a-b", "1234567890123456", "\xC3\xA4"}) {

@@ -28,7 +28,8 @@ class DeliveryInNoise : public testing::TestWithParam<Case> {};
 TEST_P(DeliveryInNoise, TakesTextsAndNoWrongOnes) {
     const auto [prefix, snr_db] = GetParam();
     std::mt19937 generator(6);
-    Delivery delivery(prefix);
+    sorvel::deep::Workspace workspace;
+    Delivery delivery(prefix, workspace);
     std::size_t allocated = 0;
     int taken = 0;
     for (int trial = 0; trial < 200; ++trial) {
@@ -49,8 +50,9 @@ INSTANTIATE_TEST_SUITE_P(WithPrefixAndWithout, DeliveryInNoise,
 
 TEST(Delivery, TakesNoTextOfAnotherPrefixAndNoNoise) {
     std::mt19937 generator(7);
-    Delivery delivery("acme");
-    Delivery all("");
+    sorvel::deep::Workspace workspace; // one after the other
+    Delivery delivery("acme", workspace);
+    Delivery all("", workspace);
     for (int trial = 0; trial < 200; ++trial) {
         // One letter away from the prefix, so that most of the evidence speaks for it.
         const std::string text = "acmf" + randomText(generator, generator() % 12);
@@ -62,7 +64,8 @@ TEST(Delivery, TakesNoTextOfAnotherPrefixAndNoNoise) {
 
 TEST(Delivery, RefusesTheNinthDecodeOfAnAttempt) {
     std::mt19937 generator(8);
-    Delivery delivery("");
+    sorvel::deep::Workspace workspace;
+    Delivery delivery("", workspace);
     const auto scores = noisyScores(codeWord("hello"), -5.0, generator);
     delivery.beginAttempt();
     for (int decode = 0; decode < 8; ++decode) EXPECT_TRUE(delivery.begin(scores));

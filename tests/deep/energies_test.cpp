@@ -10,6 +10,7 @@ using sorvel::deep::Refinement;
 using sorvel::deep::SampleView;
 using sorvel::deep::ToneEnergies;
 using sorvel::deep::Transform;
+using sorvel::deep::Workspace;
 
 struct Refined {
     int right = 0; // of 34 nibbles, by the strongest tone
@@ -20,7 +21,8 @@ struct Refined {
 /// From a candidate that is `off_samples` and one bin beside the transmission, which ends with the sound.
 Refined refined(const Sound& sound, const Nibbles& sent, double end, int off_samples, int shift) {
     Transform transform(1024);
-    Refinement refinement(transform);
+    Workspace workspace;
+    Refinement refinement(transform, workspace);
     refinement.begin(std::lround(end) + off_samples, shift);
     const SampleView samples{sound.re.data(), sound.im.data(), 0, sound.re.size()};
     for (int which = 0; which < Refinement::kEnds; ++which) refinement.tryEnd(samples, which);

@@ -21,7 +21,8 @@ constexpr double kLead_s = 4.0;
 struct Listener {
     MotionGate gate;
     Transform transform{1024};
-    MotionSearch search{transform};
+    Workspace workspace;
+    MotionSearch search{transform, workspace};
     int candidates = 0;
 
     std::vector<int> hear(const Sound& sound, const std::vector<Nibbles>& sent) {
@@ -111,7 +112,8 @@ TEST(MotionGate, PartsTransmissionsThatFollowOneAnotherAndLeavesNoiseAlone) {
 
 TEST(MotionSearch, EndsAndAllocatesNothingWhateverTheSound) {
     Transform transform(1024);
-    MotionSearch search(transform);
+    Workspace workspace;
+    MotionSearch search(transform, workspace);
     MotionGate gate;
     std::mt19937 random(9);
     Sound noise(11000), silence(11000), odd(11000), steady(11000);

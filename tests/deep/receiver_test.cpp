@@ -245,6 +245,17 @@ TEST(Receiver, AllocatesNothingWhileItHears) {
     EXPECT_STREQ(heard[1].text.data(), "acme_last");
 }
 
+// Filters are longest at high rates, and have most rows where the baseband's samples fall between the
+// device's.
+TEST(Receiver, TakesHalfAMebibyteAtAnyRate) {
+    for (const double rate_hz : {32000.0, 44100.0, 48000.0, 96000.0, 192000.0, 352800.0, 383999.0}) {
+        const AllocationCount allocations;
+        const Receiver receiver(rate_hz, "acme");
+        EXPECT_LE(allocations.bytes(), 524288U) << rate_hz;
+        EXPECT_GE(allocations.bytes(), 262144U) << rate_hz; // all of them were counted
+    }
+}
+
 /// Two of the protocol's tones at a time, by lot, at its pace: every moment looks like an end.
 Samples uncodedTones(std::size_t chunks, unsigned seed) {
     std::mt19937 generator(seed);

@@ -12,7 +12,12 @@
 #endif
 
 namespace {
-thread_local std::size_t allocations = 0;
+thread_local std::size_t allocations = 0, allocatedBytes = 0;
+
+void count(std::size_t bytes) {
+    ++allocations;
+    allocatedBytes += bytes;
+}
 } // namespace
 
 #ifdef SORVEL_UNDER_SANITIZER
@@ -22,7 +27,7 @@ extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile
                                                          void (*)(const volatile void*));
 namespace {
 [[maybe_unused]] const int installed = __sanitizer_install_malloc_and_free_hooks(
-    [](const volatile void*, std::size_t) { ++allocations; }, [](const volatile void*) {});
+    [](const volatile void*, std::size_t size) { count(size); }, [](const volatile void*) {});
 } // namespace
 
 #else
@@ -34,20 +39,21 @@ void* __libc_calloc(std::size_t, std::size_t);
 void* __libc_realloc(void*, std::size_t);
 
 void* malloc(std::size_t size) {
-    ++allocations;
+    ::count(size);
     return __libc_malloc(size);
 }
 void* calloc(std::size_t count, std::size_t size) {
-    ++allocations;
+    ::count(count * size);
     return __libc_calloc(count, size);
 }
 void* realloc(void* p, std::size_t size) {
-    ++allocations;
+    ::count(size);
     return __libc_realloc(p, size);
 }
 }
 
 #endif
 
-AllocationCount::AllocationCount() : m_start(allocations) {}
+AllocationCount::AllocationCount() : m_start(allocations), m_startBytes(allocatedBytes) {}
 std::size_t AllocationCount::total() const { return allocations - m_start; }
+std::size_t AllocationCount::bytes() const { return allocatedBytes - m_startBytes; }

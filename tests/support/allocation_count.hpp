@@ -8,7 +8,8 @@ class AllocationCount {
 public:
     AllocationCount();
     std::size_t total() const;
+    std::size_t bytes() const; ///< asked for; what was freed again counts too
 
 private:
-    std::size_t m_start;
+    std::size_t m_start, m_startBytes;
 };
