@@ -15,6 +15,9 @@ constexpr float kNever = -1e9F;
 // A sum that forgets 1/160 a row and reaches this may have a path behind it that is worth kWorth.
 constexpr float kWake = 262.0F;
 constexpr float kWorth = 290.0F;
+// A path that lost this much since its peak is over: it loses a row that fitted with each that does not.
+constexpr float kFall = 0.02F; // of its worth
+constexpr float kLeastFall = 15.0F;
 constexpr float kMostColour = 16.0F;
 
 /// One row further along the best path: up to 3 shifts up or down, at 1 each.
@@ -125,15 +128,27 @@ float MotionGate::bestPath() const noexcept {
                                            kShifts);
 }
 
+/// The oldest first: by then it is known best.
 void MotionGate::decide() noexcept {
-    if (m_row < m_firstRow + kLatency_rows) return;
-    const std::uint64_t row = m_row - kLatency_rows;
-    const float worth = m_worth[row % kKept];
-    if (worth < kWorth || row < m_lastCandidate + 8) return;
-    const float most = *std::max_element(m_worth.begin(), m_worth.end());
-    const bool isPeak = worth >= most;
-    const bool isPlateau = worth >= 0.98F * most && row >= m_lastCandidate + 16;
-    if (!isPeak && !isPlateau) return;
+    for (std::uint64_t age = kLatency_rows; age >= kSoonest_rows; --age)
+        if (m_row >= m_firstRow + age && isEnd(age)) return take(m_row - age);
+}
+
+/// Whether the row that is `age` rows old is a peak or a plateau, and no higher one can follow.
+bool MotionGate::isEnd(std::uint64_t age) const noexcept {
+    const std::uint64_t row = m_row - age;
+    const float height = m_worth[row % kKept];
+    if (height < kWorth || row < m_lastCandidate + 8) return false;
+    float most = 0.0F; // of the 12 rows before and all that came since
+    for (std::uint64_t back = 0; back <= age + kLatency_rows; ++back)
+        most = std::max(most, m_worth[(m_row + kKept - back) % kKept]);
+    const bool isPlateau = height >= 0.98F * most && row >= m_lastCandidate + 16;
+    if (age == kLatency_rows && isPlateau) return true;
+    return height >= most &&
+           (age == kLatency_rows || worth() <= height - std::max(kFall * height, kLeastFall));
+}
+
+void MotionGate::take(std::uint64_t row) noexcept {
     m_candidate = m_lastCandidate = row;
     m_isWaiting = true;
 }

@@ -24,8 +24,9 @@ namespace sorvel::deep {
 class MotionGate {
 public:
     static constexpr std::size_t kWindow_samples = 171;
-    /// A candidate is known this much after its row.
-    static constexpr std::uint64_t kLatency_rows = 12;
+    /// A candidate is known this much after its row: soon where the worth falls at once, as behind a
+    /// transmission.
+    static constexpr std::uint64_t kSoonest_rows = 4, kLatency_rows = 12;
 
     MotionGate();
 
@@ -53,6 +54,8 @@ private:
 
     float bestPath() const noexcept;
     void decide() noexcept;
+    bool isEnd(std::uint64_t age) const noexcept;
+    void take(std::uint64_t row) noexcept;
 
     Transform m_transform;
     ToneComb m_comb;

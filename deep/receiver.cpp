@@ -22,8 +22,10 @@ constexpr float kMotionPerBlock_us = 20.0F, kMotionLimit_us = 80'000.0F;
 constexpr float kQuick_us = 1500.0F;  // of a quick attempt
 constexpr float kFull_us = 15'000.0F; // what must be left for a full one
 constexpr float kMotion_us = 40'000.0F;
-constexpr int kMotionStep_us = 1000;
-constexpr int kPerBlock_us = 4000; // of all work, so that 100 ms of sound take less than 20 ms
+constexpr int kMotionStep_us = 600;    // what it takes
+constexpr int kMotionCharge_us = 1000; // to its allowance, with which dense tones ran at over 200 times
+// Of all work in a block. In 100 ms of sound five blocks may end, which together take less than 20 ms.
+constexpr int kPerBlock_us = 3400;
 
 constexpr std::int64_t kHoldOff_samples = 2667; // one second
 // A chunk, and what its candidate takes to show: a better end would have come by then.
@@ -148,7 +150,7 @@ void Receiver::Parts::takeBlock() noexcept {
     m_steadyAllowance.grow();
     m_motionAllowance.grow();
     int spent = 0;
-    while (spent < kPerBlock_us) {
+    while (spent + (m_work == Work::Path ? kMotionStep_us : Attempt::kMostPerStep_us) <= kPerBlock_us) {
         const int cost = workOn();
         if (cost == 0) break;
         spent += cost;
@@ -229,7 +231,7 @@ void Receiver::Parts::endSteady() noexcept {
 }
 
 int Receiver::Parts::stepOfPath() noexcept {
-    m_motionAllowance.draw(kMotionStep_us);
+    m_motionAllowance.draw(kMotionCharge_us);
     if (!m_motion.step()) return kMotionStep_us;
     if (!m_motion.hasPath()) {
         m_work = Work::None;

@@ -26,8 +26,12 @@ struct Reception {
 ///     receiver.push(samples);                         // any number at a time
 ///     for (deep::Reception heard; receiver.poll(heard);) use(heard.text.data());
 ///
-/// A text mostly comes 0.15 s after its transmission ended, 0.45 s where the source changes its speed,
-/// 0.7 s at most; of transmissions that end within one second only the first is told.
+/// How long a text takes from its transmission's end, by the sound pushed since, in blocks of 10 ms: median
+/// 0.11 s down to -10 dB, at most 0.24 (180 texts); from a walking source (2 Hz, +-0.35 m/s, mean 0 to
+/// 1.4 m/s, 10 and -3 dB) 0.28 s, at most 0.34 (360). At the edge of hearing two of 559 (walking down to
+/// -11 dB, rooms, whistles, bursts, repeats) took more than 0.5 s, 0.56 at most. Larger blocks add up to
+/// their length.
+/// Of transmissions that end within one second only the first is told.
 ///
 /// False texts, as a bound, in 1000 hours: in noise 0.015 with a prefix of four characters and 0.40 without
 /// one; in dense tones within the band 0.23 and 6.2. Delivery tells how it comes about.

@@ -23,7 +23,7 @@ struct Reception;
 ///
 /// From 32 kHz on it takes the source's own rate, floats of any number of interleaved channels, of
 /// which it hears the mean, and so saves both conversions; everything else comes through the
-/// converter at 96 kHz. A text comes within 0.7 s after its transmission has ended.
+/// converter at 96 kHz. A text mostly comes within 0.5 s after its transmission has ended.
 ///
 /// Takes as much memory as deep::Receiver. Allocates in `prepare`, and in the first
 /// `Decode` where nothing was prepared.

@@ -24,6 +24,7 @@ struct Listener {
     Workspace workspace;
     MotionSearch search{transform, workspace};
     int candidates = 0;
+    std::size_t knownAt_row = 0; // the last of them
 
     std::vector<int> hear(const Sound& sound, const std::vector<Nibbles>& sent) {
         std::vector<int> best(sent.size());
@@ -33,6 +34,7 @@ struct Listener {
             std::uint64_t endRow = 0;
             if (!gate.takeCandidate(endRow)) continue;
             ++candidates;
+            knownAt_row = row;
             search.begin({sound.re.data(), end}, {sound.im.data(), end}, (endRow + 1) * 64);
             do {
                 while (!search.step()) {
@@ -80,11 +82,12 @@ TEST_P(MovingSource, IsTurnedIntoOneOfConstantSpeed) {
         std::mt19937 random(seed);
         Sound sound(static_cast<std::size_t>((kLead_s + 4.0) * kRate_hz));
         const Nibbles sent = randomNibbles(random);
-        addTransmission(sound, sent, kLead_s + 0.011 * seed, motion.speed);
+        const double end = addTransmission(sound, sent, kLead_s + 0.011 * seed, motion.speed);
         addWhistle(sound, 18300.0 + 200.0 * seed, motion.whistle_db);
         addNoise(sound, motion.snr_db, random);
         listener.gate.reset();
         EXPECT_GE(listener.hear(sound, {sent})[0], 32);
+        EXPECT_LE(static_cast<double>(listener.knownAt_row), end / 64.0 + 9.0); // 0.2 s
     }
 }
 
