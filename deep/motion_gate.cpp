@@ -19,6 +19,9 @@ constexpr float kWorth = 290.0F;
 constexpr float kFall = 0.02F; // of its worth
 constexpr float kLeastFall = 15.0F;
 constexpr float kMostColour = 16.0F;
+constexpr std::size_t kSpans = 4, kRowsPerSpan = 24; // that a whistle has to fill: 2.3 s
+// A path over fewer rows is no transmission's; whistles that were there from the beginning are known by then.
+constexpr std::uint64_t kLeastRows = 120;
 
 /// One row further along the best path: up to 3 shifts up or down, at 1 each.
 template <std::size_t kSize>
@@ -66,16 +69,21 @@ SORVEL_DEEP_CLONES float bestOf(const float* scores, std::size_t ring, std::size
 }
 
 SORVEL_DEEP_CLONES
-void whiten(float* __restrict power, const float* __restrict colour, std::size_t n) {
+void multiply(float* __restrict power, const float* __restrict colour, std::size_t n) {
     for (std::size_t i = 0; i < n; ++i) power[i] *= colour[i];
+}
+
+SORVEL_DEEP_CLONES
+void scaleBy(float* values, std::size_t n, float factor) {
+    for (std::size_t i = 0; i < n; ++i) values[i] *= factor;
 }
 
 /// Keeps the lower quartile of every bin where it is in noise, at 0.288: a quarter of the rows raise it by
 /// as much as three quarters lower it. Faster down under what stands far out.
 SORVEL_DEEP_CLONES
-void follow(const float* __restrict power, float* __restrict colour, std::size_t n, float scale) {
+void follow(const float* __restrict power, float* __restrict colour, std::size_t n) {
     for (std::size_t i = 0; i < n; ++i) {
-        const float e = power[i] * scale;
+        const float e = power[i];
         const float down = e > 30.0F ? 0.96F : 0.9933F;
         const float next = colour[i] * (e > 0.288F ? down : 1.0203F);
         colour[i] = next > kMostColour ? kMostColour : next;
@@ -86,12 +94,14 @@ void follow(const float* __restrict power, float* __restrict colour, std::size_t
 
 MotionGate::MotionGate()
     : m_transform(kPoints), m_comb(kPoints, kReach), m_window(trapezoid(kWindow_samples, 0.2)), m_re(kPoints),
-      m_im(kPoints), m_power(m_comb.bins()), m_colour(m_comb.bins()), m_scores(kRows * kShifts) {
+      m_im(kPoints), m_power(m_comb.bins()), m_colour(m_comb.bins()),
+      m_lines(m_comb.bins(), kSpans, kRowsPerSpan), m_scores(kRows * kShifts) {
     reset();
 }
 
 void MotionGate::reset() noexcept {
     std::fill(m_colour.begin(), m_colour.end(), 1.0F);
+    m_lines.reset();
     clear(m_path, kPad, kShifts);
     m_worth.fill(0.0F);
     m_row = m_firstRow = m_candidate = m_lastCandidate = 0;
@@ -112,12 +122,14 @@ void MotionGate::push(const float* re, const float* im, std::uint64_t row) noexc
     }
     m_transform.forward(m_re.data(), m_im.data());
     m_comb.powers(m_re.data(), m_im.data(), m_power.data());
-    whiten(m_power.data(), m_colour.data(), m_power.size());
-    const float scale = 1.0F / ToneComb::noise(m_power);
-    follow(m_power.data(), m_colour.data(), m_power.size(), scale);
+    multiply(m_power.data(), m_colour.data(), m_power.size());
+    scaleBy(m_power.data(), m_power.size(), 1.0F / ToneComb::noise(m_power));
+    const bool isNewLine = m_lines.takeOut(m_power);
+    follow(m_power.data(), m_colour.data(), m_power.size());
     float* const scores = m_scores.data() + row % kRows * kShifts;
-    m_comb.scores(m_power.data(), scale, -kReach, kReach, scores);
+    m_comb.scores(m_power.data(), 1.0F, -kReach, kReach, scores);
     forgetAndAdd(m_path, scores, kPad, kShifts);
+    if (isNewLine) beginAnew(row + 1); // the rows so far owe their scores to it
     m_worth[row % kKept] = largest(m_path, kPad, kShifts) >= kWake ? bestPath() : 0.0F;
     decide();
 }
@@ -138,7 +150,7 @@ void MotionGate::decide() noexcept {
 bool MotionGate::isEnd(std::uint64_t age) const noexcept {
     const std::uint64_t row = m_row - age;
     const float height = m_worth[row % kKept];
-    if (height < kWorth || row < m_lastCandidate + 8) return false;
+    if (height < kWorth || row < m_lastCandidate + 8 || row < m_firstRow + kLeastRows) return false;
     float most = 0.0F; // of the 12 rows before and all that came since
     for (std::uint64_t back = 0; back <= age + kLatency_rows; ++back)
         most = std::max(most, m_worth[(m_row + kKept - back) % kKept]);
@@ -160,12 +172,16 @@ bool MotionGate::takeCandidate(std::uint64_t& endRow) noexcept {
     return true;
 }
 
-void MotionGate::forget(std::uint64_t endRow) noexcept {
-    if (!m_hasRows || endRow < m_firstRow) return;
-    m_firstRow = endRow + 1;
+void MotionGate::beginAnew(std::uint64_t row) noexcept {
+    m_firstRow = row;
     m_worth.fill(0.0F);
     m_isWaiting = false;
     clear(m_path, kPad, kShifts);
+}
+
+void MotionGate::forget(std::uint64_t endRow) noexcept {
+    if (!m_hasRows || endRow < m_firstRow) return;
+    beginAnew(endRow + 1);
     // What followed the transmission is still in the ring, so the next one loses nothing.
     for (std::uint64_t row = std::max(m_firstRow, m_row + 1 - std::min<std::uint64_t>(m_row + 1, kRows));
          row <= m_row; ++row)

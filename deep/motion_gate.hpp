@@ -1,5 +1,6 @@
 #pragma once
 
+#include "deep/line_tracker.hpp"
 #include "deep/tone_comb.hpp"
 #include "deep/transform.hpp"
 
@@ -18,7 +19,8 @@ namespace sorvel::deep {
 /// good to some rows only. The path is reckoned anew for each row, but only while a cheaper sum that
 /// forgets with time says that it could be worth it.
 ///
-/// Steady whistles are taken out by a tracker of each bin's lower quartile, which tones do not move.
+/// Whistles are taken out once they have been there for 2.3 s, and slopes by a tracker of each bin's lower
+/// quartile, which tones do not move.
 ///
 /// Thread: one at a time per object. Allocates in the constructor only.
 class MotionGate {
@@ -52,6 +54,7 @@ private:
     static constexpr std::size_t kPad = 8; // on either side of the shifts, as far as a path can step in a row
     using Path = std::array<float, kShifts + 2 * kPad + 5>;
 
+    void beginAnew(std::uint64_t row) noexcept;
     float bestPath() const noexcept;
     void decide() noexcept;
     bool isEnd(std::uint64_t age) const noexcept;
@@ -60,6 +63,7 @@ private:
     Transform m_transform;
     ToneComb m_comb;
     std::vector<float> m_window, m_re, m_im, m_power, m_colour;
+    LineTracker m_lines;
     std::vector<float> m_scores; // a ring of kRows rows, kShifts each
     Path m_path{};               // the sum that forgets
     std::array<float, kKept> m_worth{};

@@ -15,8 +15,7 @@ constexpr std::size_t kPoints = 1024;
 constexpr float kLogOfNoise = 0.577F; // minus the mean of their logarithm
 constexpr float kRate = 0.003F;       // of the colour, per row
 constexpr float kLargestLog = 3.0F;
-constexpr float kNever = 3e38F;
-constexpr float kLoud = 2.0F; // the quietest of 13 rows of noise, a chunk apart, has a thirteenth of its mean
+constexpr std::size_t kSpans = 12; // of a chunk each, that a whistle has to fill
 
 /// Natural logarithm within 0.01, for numbers that are neither tiny nor infinite.
 inline float roughLog(float x) {
@@ -27,30 +26,16 @@ inline float roughLog(float x) {
 }
 
 SORVEL_DEEP_CLONES
-void whitenBins(float* power, float* colour, float* quietest, const float* line, std::size_t count,
-                float scale) {
+void colour(float* power, const float* colours, std::size_t count, float scale) {
+    for (std::size_t i = 0; i < count; ++i) power[i] *= scale * colours[i];
+}
+
+SORVEL_DEEP_CLONES
+void follow(const float* power, float* colours, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
-        const float coloured = power[i] * scale * colour[i];
-        quietest[i] = std::min(quietest[i], coloured);
-        const float e = coloured / line[i];
         const float surplus =
-            std::min(std::max(roughLog(e + 1e-20F) + kLogOfNoise, -kLargestLog), kLargestLog);
-        colour[i] = std::min(std::max(colour[i] * (1.0F - kRate * surplus), 1e-6F), 1e6F);
-        power[i] = e;
-    }
-}
-
-SORVEL_DEEP_CLONES
-void shorten(const float* from, std::size_t count, ShortFloat* to) {
-    for (std::size_t i = 0; i < count; ++i) to[i] = shortened(from[i]);
-}
-
-SORVEL_DEEP_CLONES
-void quietestOfAll(const ShortFloat* spans, std::size_t count, std::size_t bins, float* line) {
-    for (std::size_t i = 0; i < bins; ++i) {
-        ShortFloat least = spans[i];
-        for (std::size_t span = 1; span < count; ++span) least = std::min(least, spans[span * bins + i]);
-        line[i] = lengthened(least) > kLoud ? lengthened(least) : 1.0F;
+            std::min(std::max(roughLog(power[i] + 1e-20F) + kLogOfNoise, -kLargestLog), kLargestLog);
+        colours[i] = std::min(std::max(colours[i] * (1.0F - kRate * surplus), 1e-6F), 1e6F);
     }
 }
 
@@ -58,18 +43,13 @@ void quietestOfAll(const ShortFloat* spans, std::size_t count, std::size_t bins,
 
 Rows::Rows(Transform& transform)
     : m_transform(transform), m_comb(kPoints, kMostShift), m_bins(m_comb.bins()), m_window(trapezoid(kChunk)),
-      m_re(kPoints), m_im(kPoints), m_power(m_bins), m_colour(m_bins), m_quietest(m_bins),
-      m_quietestOf(kSpans * m_bins), m_line(m_bins) {
+      m_re(kPoints), m_im(kPoints), m_power(m_bins), m_colour(m_bins), m_lines(m_bins, kSpans, kRowsOfChunk) {
     reset();
 }
 
 void Rows::reset() noexcept {
     std::fill(m_colour.begin(), m_colour.end(), 1.0F);
-    std::fill(m_line.begin(), m_line.end(), 1.0F);
-    std::fill(m_quietest.begin(), m_quietest.end(), kNever);
-    std::fill(m_quietestOf.begin(), m_quietestOf.end(), ShortFloat{0});
-    m_rowsOfSpan = 0;
-    m_span = 0;
+    m_lines.reset();
 }
 
 std::span<const float, kShifts> Rows::take(const float* re, const float* im) noexcept {
@@ -85,17 +65,9 @@ std::span<const float, kShifts> Rows::take(const float* re, const float* im) noe
 }
 
 void Rows::whiten() noexcept {
-    const float scale = 1.0F / ToneComb::noise(m_power);
-    whitenBins(m_power.data(), m_colour.data(), m_quietest.data(), m_line.data(), m_bins, scale);
-    if (++m_rowsOfSpan == kRowsOfChunk) followLines();
-}
-
-void Rows::followLines() noexcept {
-    m_rowsOfSpan = 0;
-    shorten(m_quietest.data(), m_bins, m_quietestOf.data() + m_span * m_bins);
-    m_span = (m_span + 1) % kSpans;
-    std::fill(m_quietest.begin(), m_quietest.end(), kNever);
-    quietestOfAll(m_quietestOf.data(), kSpans, m_bins, m_line.data());
+    colour(m_power.data(), m_colour.data(), m_bins, 1.0F / ToneComb::noise(m_power));
+    m_lines.takeOut(m_power);
+    follow(m_power.data(), m_colour.data(), m_bins);
 }
 
 } // namespace sorvel::deep

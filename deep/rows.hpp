@@ -1,7 +1,7 @@
 #pragma once
 
 #include "deep/band.hpp"
-#include "deep/short_float.hpp"
+#include "deep/line_tracker.hpp"
 #include "deep/tone_comb.hpp"
 #include "deep/transform.hpp"
 
@@ -35,10 +35,7 @@ public:
     std::span<const float, kShifts> take(const float* re, const float* im) noexcept;
 
 private:
-    static constexpr std::size_t kSpans = 12;
-
     void whiten() noexcept;
-    void followLines() noexcept;
 
     Transform& m_transform;
     ToneComb m_comb;
@@ -46,11 +43,7 @@ private:
     std::vector<float> m_window;
     std::vector<float> m_re, m_im;
     std::vector<float> m_power, m_colour;
-    std::vector<float> m_quietest;        // by bin: of the 8 rows under way
-    std::vector<ShortFloat> m_quietestOf; // by span of 8 rows, then by bin
-    std::vector<float> m_line;            // by bin: the quietest moment of all spans, if that is loud; else 1
-    std::size_t m_rowsOfSpan = 0;
-    std::size_t m_span = 0;
+    LineTracker m_lines;
     std::array<float, kShifts> m_scores{};
 };
 

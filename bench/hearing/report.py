@@ -30,6 +30,7 @@ def hearing(build, *arguments, may_miss=False):
     done = subprocess.run([str(build / "bench/hearing/hearing"), *arguments], stdout=subprocess.PIPE, text=True)
     if done.returncode not in ((0, 1) if may_miss else (0,)):
         sys.exit(f"hearing {' '.join(arguments)}: status {done.returncode}")
+    print(f"hearing {' '.join(arguments)}\n{done.stdout}", file=sys.stderr, flush=True) # what is done so far
     return done.stdout
 
 
@@ -130,7 +131,7 @@ def main():
         plan.trials, plan.superset, plan.hours = 1, 1, 0.003
 
     common = ["--draws", "reporting", "--jobs", str(os.cpu_count())]
-    parts = {}
+    parts = {"superset": hearing(plan.build, "--superset", str(plan.superset), *common, may_miss=True)}
     with tempfile.TemporaryDirectory() as folder:
         curves = pathlib.Path(folder) / "curves.json"
         which = ["--point", "white", "--point", "opus:128"] if plan.quick else ["--curves"]
@@ -138,7 +139,6 @@ def main():
         records = json.loads(curves.read_text())
     table = hearing(plan.build, "--table", *common, "--trials", str(plan.trials), may_miss=True)
     parts["table"] = table[table.index("| channel"):]
-    parts["superset"] = hearing(plan.build, "--superset", str(plan.superset), *common, may_miss=True)
     parts["false"] = hearing(plan.build, "--false-texts", str(plan.hours), *common, may_miss=True)
     parts["cost"] = hearing(plan.build, "--cost")
 
