@@ -40,6 +40,9 @@ function(sorvel_hide target)
   set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
   # Unique names could not be made local, where the static library's are.
   target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+  if(SORVEL_SANITIZE MATCHES undefined)
+    target_compile_options(${target} PRIVATE -fno-sanitize=vptr) # needs a runtime that programs in C are not linked with
+  endif()
 endfunction()
 
 # sorvel_hidden_objects(modem EXCEPT a.cpp) compiles the sources of sorvel_modem, as they are compiled there, once more
