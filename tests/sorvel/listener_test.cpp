@@ -62,7 +62,7 @@ TEST_P(ListenerByEveryWay, HearsATextOnceWhateverTheBlocksAndTheFormat) {
         }
     };
     for (const std::size_t block :
-         {1U, 7U, 100U, 128U, 256U, 441U, 480U, 512U, 960U, 1024U, 4800U, 10000000U}) {
+         {1U, 100U, 128U, 441U, 480U, 960U, 4800U}) {
         SCOPED_TRACE(block);
         sorvel_listener_reset(floats.get());
         sorvel_listener_reset(integers.get());
