@@ -1,5 +1,5 @@
-// Configurations, calls and sound of any kind: refused with a code or taken, never overrun, and what is heard
-// is in order.
+// Configurations, calls and sound of any kind: refused with a code or taken, never overrun, and
+// what is heard is in order.
 #include "sorvel/sorvel.h"
 
 #include <algorithm>

@@ -271,25 +271,21 @@ const char* sorvel_error_text(int code) {
     case SORVEL_ERROR_NULL:
         return "a pointer that must not be null is null; an empty prefix is \"\"";
     case SORVEL_ERROR_SIZE:
-        return "the struct's size is wrong, or this library is older and lacks a field that was set; set "
-               "size to "
-               "sizeof of the struct";
+        return "the struct's size is wrong, or has fields that this library does not know; set it to sizeof";
     case SORVEL_ERROR_RATE:
-        return "the sample rate is out of range: listeners take 8000 to 384000 Hz, the deep receiver from "
-               "32000, "
-               "senders from 44100";
+        return "the sample rate is out of range: 8000 to 384000 Hz, deep receiver from 32000, sender from "
+               "44100";
     case SORVEL_ERROR_CHANNELS:
         return "too many channels; at most 64 are taken";
     case SORVEL_ERROR_FORMAT:
         return "unknown sample format; use SORVEL_FORMAT_F32 or SORVEL_FORMAT_I16";
     case SORVEL_ERROR_RECEIVER:
-        return "unknown receiver; use SORVEL_RECEIVER_CLASSIC, SORVEL_RECEIVER_DEEP or "
-               "SORVEL_RECEIVER_MESSAGES";
+        return "unknown receiver; use one of SORVEL_RECEIVER_CLASSIC, _DEEP and _MESSAGES";
     case SORVEL_ERROR_CONTENT:
         return "unknown content; use SORVEL_CONTENT_TEXTS or SORVEL_CONTENT_MESSAGES";
     case SORVEL_ERROR_PREFIX:
-        return "no text can begin with this prefix; use at most 15 of the characters \"" SORVEL_ALPHABET
-               "\" (of messages at most 140 bytes)";
+        return "nothing can begin with this prefix; use at most 15 of \"" SORVEL_ALPHABET
+               "\", for messages 140 bytes";
     case SORVEL_ERROR_LENGTH:
         return "wrong length: texts have 1 to 15 characters, messages 1 to 140 bytes";
     case SORVEL_ERROR_CHARACTER:
@@ -301,7 +297,7 @@ const char* sorvel_error_text(int code) {
     case SORVEL_ERROR_MEMORY:
         return "not enough memory";
     case SORVEL_ERROR_BUSY:
-        return "the listener is in its callback, from where only sorvel_listener_destroy may be called";
+        return "the listener is in its callback; there only sorvel_listener_destroy may be called";
     case SORVEL_ERROR_DAMAGED:
         return "the payload is damaged or holds no text";
     default:

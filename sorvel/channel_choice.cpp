@@ -36,8 +36,8 @@ ChannelChoice::ChannelChoice(SampleFormat format, std::size_t channels, double s
                           ? static_cast<std::size_t>(sampleRate_hz * kWindow_s)
                           : 0),
       m_left_frames(m_window_frames) {
-    // Bristow-Johnson, "Cookbook formulae for audio equalizer biquad filter coefficients", band-pass of
-    // constant 0 dB peak gain.
+    // Bristow-Johnson, "Cookbook formulae for audio equalizer biquad filter coefficients",
+    // band-pass of constant 0 dB peak gain.
     const double w = 2.0 * std::numbers::pi * kMiddle_hz / sampleRate_hz;
     const double alpha = std::sin(w) * kWidth_hz / (2.0 * kMiddle_hz);
     m_gain = alpha / (1.0 + alpha);

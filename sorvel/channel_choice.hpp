@@ -14,8 +14,9 @@ constexpr std::size_t sampleBytes(SampleFormat format) { return format == Sample
 
 /// From interleaved frames to the one channel that is heard: that with the most energy in the band.
 ///
-/// Energies are taken over 0.1 s and averaged over some 0.4 s; another channel is taken when it has twice the
-/// energy of the one in use. All on the sound's own time, so that lengths of blocks do not matter.
+/// Energies are taken over 0.1 s and averaged over some 0.4 s; another channel is taken when it has
+/// twice the energy of the one in use. All on the sound's own time, so that lengths of blocks do
+/// not matter.
 ///
 /// Thread: one at a time. Only the constructor allocates.
 class ChannelChoice {

@@ -27,7 +27,7 @@ public:
 
     /// Whether a callback is under way.
     bool isBusy() const noexcept { return m_isBusy; }
-    /// The listener is to be destroyed after the callback that is under way, and hears nothing more.
+    /// The listener is to be destroyed after the callback under way, and hears nothing more.
     void doom() noexcept { m_isDoomed = true; }
     bool isDoomed() const noexcept { return m_isDoomed; }
 

@@ -9,8 +9,8 @@
 #include <limits>
 #include <string>
 
-// The modem's receivers behind a conversion to the rate at which they analyse, in whole frames of theirs: so
-// no block of the caller's ever reaches them, nor a remainder.
+// The modem's receivers behind a conversion to the rate at which they analyse, in whole frames of
+// theirs: so no block of the caller's ever reaches them, nor a remainder.
 
 namespace sorvel::stream {
 
@@ -178,8 +178,8 @@ private:
     void prepare(std::span<float, kFrame_samples> frame) noexcept override {
         for (float& sample : frame) sample += halfStep() + halfStep();
     }
-    /// Evenly spread over half a step to both sides (Lehmer's generator, as in Park and Miller, "Random
-    /// number generators: good ones are hard to find", 1988).
+    /// Evenly spread over half a step to both sides (Lehmer's generator, as in Park and Miller,
+    /// "Random number generators: good ones are hard to find", 1988).
     float halfStep() noexcept {
         m_random = static_cast<std::uint32_t>(std::uint64_t{m_random} * 48271 % 2147483647);
         return (static_cast<float>(m_random) * (1.0F / 2147483647.0F) - 0.5F) * (1.0F / 32768.0F);

@@ -17,8 +17,8 @@ constexpr double kPlacesPerSample = 128.0;  // at the lower rate: straight lines
 constexpr std::size_t kLanes = 16;          // sums side by side
 constexpr std::size_t kRoom_samples = 1024; // beyond the taps
 
-// 104 dB with a transition of 0.116 of the rate (Kaiser, "Nonrecursive digital filter design using the
-// I0-sinh window function", 1974).
+// 104 dB with a transition of 0.116 of the rate (Kaiser, "Nonrecursive digital filter design using
+// the I0-sinh window function", 1974).
 constexpr double kBeta = 0.1102 * (104.0 - 8.7);
 
 /// The modified Bessel function of order 0, by its series: not every standard library has it.
@@ -53,8 +53,8 @@ RateConversion::RateConversion(double from_hz, double to_hz)
     reset();
 }
 
-/// A row's taps have their middle m_taps / 2 - 1 samples behind the first, and its place behind that. Each
-/// row passes a constant unchanged.
+/// A row's taps have their middle m_taps / 2 - 1 samples behind the first, and its place behind
+/// that. Each row passes a constant unchanged.
 void RateConversion::makeWeights(double step) {
     const double cutoff = std::min(1.0, 1.0 / step); // of half the input's rate
     const double width = static_cast<double>(m_taps) / 2.0;

@@ -6,11 +6,11 @@
 
 namespace sorvel::stream {
 
-/// Conversion of a stream of samples between any two rates, by a Kaiser-windowed sinc of 64 taps at the lower
-/// of both.
+/// Conversion of a stream of samples between any two rates, by a Kaiser-windowed sinc of 64 taps at
+/// the lower of both.
 ///
-/// Output sample k lies at the time of input sample k * from / to, and depends on the sound alone, not on the
-/// lengths of blocks. From and to 44.1 kHz it is flat within 0.01 dB up to 19.5 kHz.
+/// Output sample k lies at the time of input sample k * from / to, and depends on the sound alone,
+/// not on the lengths of blocks. From and to 44.1 kHz it is flat within 0.01 dB up to 19.5 kHz.
 ///
 /// Thread: one at a time. Only the constructor allocates.
 class RateConversion {
@@ -21,8 +21,8 @@ public:
     struct Step {
         std::size_t consumed = 0, produced = 0; // samples
     };
-    /// Converts until the input is used up or the output full. What is left of the input then may have to
-    /// wait for the next call.
+    /// Converts until the input is used up or the output full. What is left of the input then may
+    /// have to wait for the next call.
     Step convert(std::span<const float> in, std::span<float> out) noexcept;
 
     /// Samples of silence that, behind the last input, bring out all that belongs to it.

@@ -12,7 +12,7 @@ namespace sorvel::stream {
 /// What keeps `text` from being sent; SORVEL_OK if nothing does.
 int obstacleToText(std::string_view text) noexcept;
 
-/// Texts or messages to samples of one channel. Thread: one at a time. Only the constructor allocates.
+/// Texts or messages to samples of one channel. One thread at a time; the constructor allocates.
 class Sender {
 public:
     enum class Content : std::uint8_t { Texts, Messages };

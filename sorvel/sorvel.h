@@ -5,25 +5,25 @@
 ///     config.sample_rate_hz = 48000;
 ///     config.prefix = "acme";
 ///     sorvel_listener* listener = NULL;
-///     int code = sorvel_listener_create(&config, &listener);       // anything but 0: sorvel_error_text
-///     sorvel_listener_push(listener, samples, frames);             // for each block, of any length
+///     int code = sorvel_listener_create(&config, &listener);  // not 0: sorvel_error_text(code)
+///     sorvel_listener_push(listener, samples, frames);        // for each block, of any length
 ///     sorvel_heard heard = {sizeof heard};
 ///     while (sorvel_listener_poll(listener, &heard) == 1) puts(heard.text);
 ///     sorvel_listener_destroy(listener);
 ///
-/// Whatever the blocks are, the same sound gives the same texts at the same times. What is damaged is not
-/// told, and of texts that come within one second of the one before, by the sound's own time, none
-/// is, as with every listener of Sorvel.
+/// Whatever the blocks are, the same sound gives the same texts at the same times. What is damaged
+/// is not told, and of texts that come within one second of the one before, by the sound's own
+/// time, none is, as with every listener of Sorvel.
 ///
 /// A frame is one sample of each channel, interleaved: channels * frames samples in a block.
 ///
-/// Memory: `create` allocates, nothing else does. Nothing locks, waits, prints, throws, reads a clock
-/// or keeps process-wide state. Threads: one at a time per object; objects are independent.
+/// Memory: `create` allocates, nothing else does. Nothing locks, waits, prints, throws, reads a
+/// clock or keeps process-wide state. Threads: one at a time per object; objects are independent.
 ///
-/// Interface between binaries: structs begin with their size, which the caller sets. They only ever grow at
-/// their end, and 0 in a new field is what was before, so programs built with an older or newer header
-/// work: a size that the library does not know is taken where all behind it is 0. All functions have
-/// the symbol version SORVEL_1; what a later one adds gets another. Values of enumerations stay.
+/// Interface between binaries: structs begin with their size, which the caller sets. They only ever
+/// grow at their end, and 0 in a new field is what was before, so programs built with an older or
+/// newer header work: of a struct longer than the library knows, the rest has to be 0. All functions
+/// have the symbol version SORVEL_1; what is added later gets another. Values of enumerations stay.
 #ifndef SORVEL_SORVEL_H
 #define SORVEL_SORVEL_H
 
@@ -126,26 +126,26 @@ typedef void (*sorvel_heard_callback)(void* user, const sorvel_heard* heard);
 typedef struct sorvel_listener_config {
     uint32_t size;         ///< sizeof(sorvel_listener_config)
     uint32_t channels;     ///< [1] 1 to 64
-    double sample_rate_hz; ///< 8000 to 384000, of the deep receiver from 32000. Below 39000 nothing of the
-                           ///< band is left to be heard or too little, below 44100 not all of it
+    double sample_rate_hz; ///< 8000 to 384000, of the deep receiver from 32000. Below 39000 nothing of
+                           ///< the band is left to be heard or too little, below 44100 not all of it
     const char* prefix;    ///< only what begins so is told; empty: everything. Of texts at most 15 characters
                            ///< of the alphabet, upper case taken for lower; of messages at most 140 bytes
     int32_t format;        ///< [SORVEL_FORMAT_F32]
     int32_t receiver;      ///< [SORVEL_RECEIVER_CLASSIC]
-    sorvel_heard_callback on_heard; ///< [none: texts wait to be polled] called for each text, within `push`
-                                    ///< or `finish`. Must not throw. May destroy the listener; all other
-                                    ///< calls with it answer SORVEL_ERROR_BUSY
+    sorvel_heard_callback on_heard; ///< [none: texts wait to be polled] called for each text,
+                                    ///< within `push` or `finish`. Must not throw. May destroy the
+                                    ///< listener; all other calls with it answer SORVEL_ERROR_BUSY
     void* user;                     ///< handed to on_heard
 } sorvel_listener_config;
 
 /// Hears texts, or messages, in a stream of sound.
 ///
-/// Of several channels it hears one: that with the most energy from 18.0 to 19.5 kHz, as a sum would cancel
-/// where microphones stand half a wavelength apart (9 mm). It is chosen anew every 0.1 s, and another one
-/// has to have twice the energy. Below 39000 Hz it is the first.
+/// Of several channels it hears one: that with the most energy from 18.0 to 19.5 kHz, as a sum
+/// would cancel where microphones stand half a wavelength apart (9 mm). It is chosen anew every
+/// 0.1 s, and another one has to have twice the energy. Below 39000 Hz it is the first.
 ///
-/// Costs 0.25 MiB, the deep receiver 0.65 MiB, messages 8.2 MiB. Every receiver runs some 400 times as fast
-/// as the sound or more, the classic one at 48 kHz some 4000 times.
+/// Costs 0.25 MiB, the deep receiver 0.65 MiB, messages 8.2 MiB. Every receiver runs some 400 times
+/// as fast as the sound or more, the classic one at 48 kHz some 4000 times.
 typedef struct sorvel_listener sorvel_listener;
 
 /// @param listener  receives the listener; null after a failure
@@ -158,8 +158,8 @@ SORVEL_API int sorvel_listener_create(const sorvel_listener_config* config, sorv
 /// @return SORVEL_OK; SORVEL_ERROR_NULL, SORVEL_ERROR_BUSY: nothing was heard
 SORVEL_API int sorvel_listener_push(sorvel_listener* listener, const void* samples, size_t frames);
 
-/// Takes the oldest text that waits. There is at most one per second of sound and 64 are kept, so poll once
-/// a minute of sound at least; then the oldest are dropped, and `lost` tells how many.
+/// Takes the oldest text that waits. There is at most one per second of sound and 64 are kept, so
+/// poll once a minute of sound at least; then the oldest are dropped, and `lost` tells how many.
 ///
 /// @return 1: there was one; 0: none, and `heard` is as before; SORVEL_ERROR_...
 SORVEL_API int sorvel_listener_poll(sorvel_listener* listener, sorvel_heard* heard);
@@ -192,8 +192,8 @@ typedef struct sorvel_sender_config {
     int32_t volume_percent; ///< [50] of full scale, 1 to 100; no sample is higher
 } sorvel_sender_config;
 
-/// Turns texts, or messages, into sound of one channel. Costs 12.4 MiB of address space, of which it uses
-/// as much as the longest transmission takes.
+/// Turns texts, or messages, into sound of one channel. Costs 12.4 MiB of address space, of which
+/// it uses as much as the longest transmission takes.
 typedef struct sorvel_sender sorvel_sender;
 
 /// @param sender  receives the sender; null after a failure
@@ -223,7 +223,7 @@ SORVEL_API void sorvel_sender_destroy(sorvel_sender* sender);
 /// @return SORVEL_OK; SORVEL_ERROR_LENGTH, SORVEL_ERROR_CHARACTER, SORVEL_ERROR_NULL
 SORVEL_API int sorvel_pack(const char* text, size_t bytes, uint8_t payload[SORVEL_PAYLOAD_BYTES]);
 /// @param text  receives at most 15 characters and a zero
-/// @return SORVEL_OK; SORVEL_ERROR_DAMAGED: the check byte or a character is wrong, SORVEL_ERROR_NULL
+/// @return SORVEL_OK, SORVEL_ERROR_NULL; SORVEL_ERROR_DAMAGED: check byte or a character is wrong
 SORVEL_API int sorvel_unpack(const uint8_t payload[SORVEL_PAYLOAD_BYTES],
                              char text[SORVEL_MOST_TEXT_CHARACTERS + 1]);
 

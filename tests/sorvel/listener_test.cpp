@@ -30,6 +30,10 @@ std::vector<std::int16_t> rounded(const Samples& sound) {
 struct Way {
     double rate_hz;
     int receiver;
+
+    friend std::ostream& operator<<(std::ostream& out, const Way& way) {
+        return out << (way.receiver == SORVEL_RECEIVER_DEEP ? "deep at " : "classic at ") << way.rate_hz;
+    }
 };
 
 class ListenerByEveryWay : public testing::TestWithParam<Way> {};
@@ -61,8 +65,7 @@ TEST_P(ListenerByEveryWay, HearsATextOnceWhateverTheBlocksAndTheFormat) {
             EXPECT_GT(heard[0].margin, 0.0F);
         }
     };
-    for (const std::size_t block :
-         {1U, 100U, 128U, 441U, 480U, 960U, 4800U}) {
+    for (const std::size_t block : {1U, 100U, 128U, 441U, 480U, 960U, 4800U}) {
         SCOPED_TRACE(block);
         sorvel_listener_reset(floats.get());
         sorvel_listener_reset(integers.get());

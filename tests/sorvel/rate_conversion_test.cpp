@@ -26,6 +26,10 @@ Samples converted(RateConversion& conversion, std::span<const float> in, std::si
 
 struct Rates {
     double from_hz, to_hz;
+
+    friend std::ostream& operator<<(std::ostream& out, const Rates& rates) {
+        return out << rates.from_hz << " to " << rates.to_hz;
+    }
 };
 
 class RateConversionBetween : public testing::TestWithParam<Rates> {};

@@ -24,7 +24,7 @@ TEST(Sender, MakesTheModemsWaveformAtItsRateAndAsManySamplesAsItSaidAtOthers) {
     double difference = 0.0;
     for (std::size_t i = 0; i < once.size(); ++i)
         difference = std::max(difference, std::fabs(static_cast<double>(once[i] - twice[2 * i])));
-    EXPECT_LT(difference, 1e-3 * 0.5); // -60 dB of full tones: their ends are steps, which have no band
+    EXPECT_LT(difference, 0.5e-3); // 60 dB below the tones, whose ends are steps
 }
 
 TEST(Sender, RoundsToSixteenBitsWithoutWrappingAtFullVolume) {
