@@ -144,7 +144,7 @@ typedef struct sorvel_listener_config {
 /// would cancel where microphones stand half a wavelength apart (9 mm). It is chosen anew every
 /// 0.1 s, and another one has to have twice the energy. Below 39000 Hz it is the first.
 ///
-/// Costs 0.25 MiB, the deep receiver 0.65 MiB, messages 8.2 MiB. Every receiver runs some 400 times
+/// Costs 0.25 MiB, the deep receiver 0.5 MiB, messages 8.2 MiB. Every receiver runs some 400 times
 /// as fast as the sound or more, the classic one at 48 kHz some 4000 times.
 typedef struct sorvel_listener sorvel_listener;
 

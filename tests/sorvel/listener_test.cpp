@@ -116,7 +116,7 @@ TEST(Listener, TellsWhatBeginsWithThePrefixAndNothingDamaged) {
     payload[0] = static_cast<char>(payload[0] ^ 1); // the check byte
     const Samples damaged = transmission({payload.data(), payload.size()});
     const Samples sound =
-        soundOf("acme_2", 48000) + pause(0.5, 48000) + damaged + pause(0.5, 48000) + soundOf("other", 48000);
+        soundOf("acme_2", 48000) + pause(0.5, 48000) + soundOf("other", 48000) + pause(0.5, 48000) + damaged;
     for (const int receiver : {SORVEL_RECEIVER_CLASSIC, SORVEL_RECEIVER_DEEP}) {
         EXPECT_THAT(textsIn(listening(48000, "", receiver), sound), ElementsAre("acme_2", "other"));
         EXPECT_THAT(textsIn(listening(48000, "ACME_", receiver), sound), ElementsAre("acme_2"));
