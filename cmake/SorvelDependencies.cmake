@@ -1,6 +1,8 @@
 # Finds what the enabled parts need, and says which Debian package is missing. docs/dependencies.md says why each is there.
 
-find_package(Threads REQUIRED)
+if(SORVEL_SDK OR SORVEL_TESTS)
+  find_package(Threads REQUIRED)
+endif()
 find_package(PkgConfig QUIET)
 
 function(sorvel_need_pkg target module package)

@@ -1,11 +1,12 @@
-# cmake --install puts the libraries, their headers below include/sorvel/, the command and a package that
-# find_package(sorvel) finds.
+# cmake --install puts the libraries, their headers below include/sorvel/, the command and packages that
+# find_package(sorvel) and pkg-config find.
 
 include(CMakePackageConfigHelpers)
 
 get_property(libraries GLOBAL PROPERTY SORVEL_LIBRARIES)
 install(TARGETS ${libraries} EXPORT sorvelTargets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}) # where Windows looks for shared libraries
 if(TARGET sorvel)
   install(TARGETS sorvel RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()

@@ -35,6 +35,33 @@ function(sorvel_library folder)
   endforeach()
 endfunction()
 
+# Objects whose names end at the edge of the library that they are linked into.
+function(sorvel_hide target)
+  set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+  # Unique names could not be made local, where the static library's are.
+  target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+  if(SORVEL_SANITIZE MATCHES undefined)
+    target_compile_options(${target} PRIVATE -fno-sanitize=vptr) # needs a runtime that programs in C are not linked with
+  endif()
+endfunction()
+
+# sorvel_hidden_objects(modem EXCEPT a.cpp) compiles the sources of sorvel_modem, as they are compiled there, once more
+# to sorvel_modem_hidden.
+function(sorvel_hidden_objects folder)
+  cmake_parse_arguments(arg "" "" "EXCEPT" ${ARGN})
+  set(target sorvel_${folder}_hidden)
+  get_target_property(sources sorvel_${folder} SOURCES)
+  list(FILTER sources INCLUDE REGEX "[.]cpp$")
+  list(REMOVE_ITEM sources ${arg_EXCEPT} "")
+  get_target_property(source_dir sorvel_${folder} SOURCE_DIR)
+  list(TRANSFORM sources PREPEND ${source_dir}/)
+  add_library(${target} OBJECT ${sources})
+  sorvel_options(${target})
+  sorvel_hide(${target})
+  target_compile_options(${target} PRIVATE $<TARGET_PROPERTY:sorvel_${folder},COMPILE_OPTIONS>)
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
+endfunction()
+
 # sorvel_program(name SOURCES a.cpp LIBRARIES sorvel_modem)
 function(sorvel_program target)
   cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})

@@ -77,7 +77,8 @@ bool readText(const WordBytes& word, std::size_t length, std::array<char, 16>& t
         if (i >= length ? code != 0 : code >= encoding::kAlphabet.size()) return false;
         if (i < length) read[i] = encoding::kAlphabet[code];
     }
-    if (static_cast<std::uint8_t>(encoding::CRC8(read.data(), length)) != word[0]) return false;
+    if (static_cast<std::uint8_t>(encoding::CRC8(read.data(), static_cast<unsigned long>(length))) != word[0])
+        return false;
     text = read;
     return true;
 }

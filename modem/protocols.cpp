@@ -18,17 +18,17 @@ int largest(const GGWave::Protocols& protocols, int start, Value value) {
 } // namespace
 
 GGWave::Protocols& GGWave::Protocols::kDefault() {
-    static bool isInitialised = false;
-    static Protocols table;
-    if (!isInitialised) {
-        table[GGWAVE_PROTOCOL_DT_CUSTOM] = {.name = "[s] dt custom",
-                                            .freqStart = 384,
-                                            .framesPerTx = 9,
-                                            .bytesPerTx = 1,
-                                            .extra = 1,
-                                            .enabled = true};
-        isInitialised = true;
-    }
+    // Made by whoever comes first: instances may be made on several threads at a time.
+    static Protocols table = [] {
+        Protocols made;
+        made[GGWAVE_PROTOCOL_DT_CUSTOM] = {.name = "[s] dt custom",
+                                           .freqStart = 384,
+                                           .framesPerTx = 9,
+                                           .bytesPerTx = 1,
+                                           .extra = 1,
+                                           .enabled = true};
+        return made;
+    }();
     return table;
 }
 

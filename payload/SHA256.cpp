@@ -64,7 +64,7 @@ unsigned int** SHA256::preprocess(const unsigned char* text, unsigned long& bloc
     for (size_t b = 0; b < count; ++b) {
         blocks[b] = new (std::nothrow) unsigned int[kBlockWords];
         if (!blocks[b]) {
-            freeBuffer(blocks, b);
+            freeBuffer(blocks, static_cast<unsigned long>(b));
             return nullptr;
         }
         std::memset(blocks[b], 0, blockBytes);
@@ -75,8 +75,9 @@ unsigned int** SHA256::preprocess(const unsigned char* text, unsigned long& bloc
         blocks[i / blockBytes][i % blockBytes / kWordBytes] |= byte << shift;
     }
     unsigned int* last = blocks[count - 1];
-    appendLen(length * kCharacterBits, last[kBlockWords - 1], last[kBlockWords - 2]);
-    blockCount = count;
+    appendLen(static_cast<unsigned long>(length * kCharacterBits), last[kBlockWords - 1],
+              last[kBlockWords - 2]);
+    blockCount = static_cast<unsigned long>(count);
     return blocks;
 }
 

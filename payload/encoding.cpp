@@ -35,7 +35,7 @@ signed char encoding::CRC8(const char* data, unsigned long length) {
 // Four fields of 6 bits fill three bytes exactly, so both directions go by such groups.
 
 void compressString(std::string text, char* out) {
-    out[0] = static_cast<char>(encoding::CRC8(text.data(), text.size()));
+    out[0] = static_cast<char>(encoding::CRC8(text.data(), static_cast<unsigned long>(text.size())));
     if (text.size() > encoding::kMaxTextLength) return;
 
     std::array<uint32_t, kFields> fields{};
@@ -69,5 +69,6 @@ std::string encoding::extractStrings(const char* payload) {
     }
     const char* text = decoded.data() + 1;
     const auto check = static_cast<signed char>(payload[0]);
-    return CRC8(text, length) == check ? std::string(text, length) : std::string(kError);
+    return CRC8(text, static_cast<unsigned long>(length)) == check ? std::string(text, length)
+                                                                   : std::string(kError);
 }

@@ -8,6 +8,16 @@ cmake --install "$build" --prefix "$folder/installed" >"$folder/log" || { cat "$
 cmake -S "$source/tests/package" -B "$folder/build" -DCMAKE_PREFIX_PATH="$folder/installed" -DEXAMPLES="$source/examples" \
     -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_C_FLAGS="$flags"
 cmake --build "$folder/build"
-for program in in_c in_cpp with_sdk with_deep; do
+for program in in_c stream_sorvel stream_sorvel_static in_cpp with_sdk with_deep; do
     [ ! -e "$folder/build/$program" ] || "$folder/build/$program"
 done
+
+# A program in C by pkg-config: shared, and with everything static where that is possible (not under sanitizers).
+pc=$(dirname "$(find "$folder/installed" -name sorvel.pc)")
+export PKG_CONFIG_PATH="$pc"
+"$cc" $flags -o "$folder/shared" "$source/examples/stream.c" $(pkg-config --cflags --libs sorvel)
+LD_LIBRARY_PATH=$(dirname "$pc") "$folder/shared"
+if [ -z "$flags" ]; then
+    "$cc" -static -o "$folder/static" "$source/examples/stream.c" $(pkg-config --static --cflags --libs sorvel)
+    "$folder/static"
+fi
