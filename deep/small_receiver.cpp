@@ -18,8 +18,8 @@ namespace {
 
 // Steps of attempts: what they may be in the long run, and at once.
 constexpr float kStepsPerBlock = 0.4F;
-constexpr float kMostSteps = 60.0F;
-constexpr float kManySteps = 30.0F; // from here on candidates are tried at once
+constexpr float kMostSteps = 80.0F;
+constexpr float kManySteps = 12.0F; // from here on candidates are tried at once
 
 // A chunk, and what its candidate takes to show: a better end would have come by then.
 constexpr std::int64_t kPatience_rows = 13;
