@@ -21,8 +21,9 @@ constexpr float kUnit = 8.0F;         // steps of a sum to one of strength
 constexpr float kStepsToOne = 4.0F;   // of a byte
 constexpr float kLinear = 16.0F;      // up to here
 constexpr int kFirstRatio = 64;       // the byte that stands for it
-constexpr double kRatio = 1.03;       // from byte to byte beyond
-constexpr float kRatioSteps = 33.83F; // 1 / ln 1.03
+constexpr double kRatio = 1.0332;     // from byte to byte beyond, up to 8192
+constexpr float kRatioSteps = 30.62F; // 1 / ln 1.0332
+constexpr float kLoud = 4000.0F;      // from here on by the logarithm, as there
 
 /// What a byte stands for.
 constexpr std::array<std::uint16_t, 256> kValues = [] {
@@ -49,6 +50,7 @@ constexpr std::array<std::array<std::uint8_t, kShifts>, kChunks> kAges = [] {
 }();
 
 std::uint8_t toByte(float strength, float dither) {
+    if (strength > kLoud) strength = kLoud + kLoud / 8.0F * std::log(strength / kLoud);
     const float step =
         strength < kLinear
             ? kStepsToOne * strength

@@ -189,6 +189,7 @@ bool SmallReceiver::Parts::poll(Reception& reception) noexcept {
 }
 
 void SmallReceiver::Parts::completeWork() noexcept {
+    m_steps = kMostSteps; // no sound waits for its turn
     while (step()) {
     }
 }
