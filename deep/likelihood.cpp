@@ -73,7 +73,8 @@ public:
         const float slope = m_ratio / (1.0F + m_ratio);
         for (std::size_t i = 0; i < 16; ++i) {
             const float e = m_energies[chunk][first + i];
-            values[i] = m_air.isFading ? slope * e - m_offset : logI0(2.0F * std::sqrt(m_ratio * e)) - m_ratio;
+            values[i] =
+                m_air.isFading ? slope * e - m_offset : logI0(2.0F * std::sqrt(m_ratio * e)) - m_ratio;
         }
         return 0.0F;
     }

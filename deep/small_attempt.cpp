@@ -11,8 +11,8 @@ namespace sorvel::deep::small {
 
 namespace {
 
-constexpr int kModels = 22;     // of a step, of 66
-constexpr int kWords = 20'000;  // of a step
+constexpr int kModels = 22;    // of a step, of 66
+constexpr int kWords = 20'000; // of a step
 constexpr int kMostWords = 100'000;
 constexpr int kWordsToCompare = 200'000;
 

@@ -62,7 +62,8 @@ void Baseband::read(std::int64_t from, std::size_t count, float* re, float* im) 
         const std::int64_t place = from - first();
         std::size_t part = count;
         if (place < 0 || from >= m_end) {
-            if (place < 0) part = static_cast<std::size_t>(std::min(static_cast<std::int64_t>(count), -place));
+            if (place < 0)
+                part = static_cast<std::size_t>(std::min(static_cast<std::int64_t>(count), -place));
             std::fill_n(re, part, 0.0F);
             std::fill_n(im, part, 0.0F);
         } else {

@@ -51,10 +51,9 @@ constexpr std::array<std::array<std::uint8_t, kShifts>, kChunks> kAges = [] {
 
 std::uint8_t toByte(float strength, float dither) {
     if (strength > kLoud) strength = kLoud + kLoud / 8.0F * std::log(strength / kLoud);
-    const float step =
-        strength < kLinear
-            ? kStepsToOne * strength
-            : static_cast<float>(kFirstRatio) + kRatioSteps * std::log(strength / kLinear);
+    const float step = strength < kLinear
+                           ? kStepsToOne * strength
+                           : static_cast<float>(kFirstRatio) + kRatioSteps * std::log(strength / kLinear);
     return static_cast<std::uint8_t>(std::clamp(step + dither, 0.0F, 255.0F));
 }
 
@@ -87,7 +86,8 @@ void Candidates::pack(std::span<const float, kShifts> row) noexcept {
     // Windows that reach back before the first sample know no noise to measure against.
     const bool isWhole = m_next >= static_cast<std::int64_t>(kRows + kRowsOfChunk);
     // The golden ratio's multiples spread any number of chunks evenly.
-    const float turns = 0.618034F * static_cast<float>(m_next / static_cast<std::int64_t>(kRowsOfChunk) % 1024);
+    const float turns =
+        0.618034F * static_cast<float>(m_next / static_cast<std::int64_t>(kRowsOfChunk) % 1024);
     const float dither = turns - std::floor(turns);
     for (std::size_t i = 0; i < kShifts; ++i)
         m_rows[slot(m_next)][i] = toByte(isWhole ? row[i] : kNoise, dither);

@@ -10,8 +10,8 @@ namespace sorvel::deep::small {
 
 /// Finds ends of transmissions as deep::Candidates does, in 14 KiB: strengths are kept as bytes.
 ///
-/// A byte counts quarters up to 16, then steps of 3 %. Rounding is moved from chunk to chunk, so that sums over
-/// 17 of them tell smaller differences than one byte can.
+/// A byte counts quarters up to 16, then steps of 3 %. Rounding is moved from chunk to chunk, so that sums
+/// over 17 of them tell smaller differences than one byte can.
 ///
 /// Thread: one at a time. Allocates nothing.
 class Candidates {

@@ -58,7 +58,8 @@ void Decoder::begin(const Scores& scores, Among among, float leastMargin, int mo
     m_lookedWeight.fill(0.0F);
     m_down.fill(kClosed);
     m_means.fill(kClosed);
-    for (std::size_t length = among == Among::kPrefixed ? m_texts.prefixLength() : 0; length < kLengths; ++length)
+    for (std::size_t length = among == Among::kPrefixed ? m_texts.prefixLength() : 0; length < kLengths;
+         ++length)
         assess(length);
 }
 
@@ -130,7 +131,8 @@ bool Decoder::step(int words) noexcept {
 
 /// The one that may hold the best word left.
 std::size_t Decoder::nextLength() const noexcept {
-    const auto best = static_cast<std::size_t>(std::max_element(m_down.begin(), m_down.end()) - m_down.begin());
+    const auto best =
+        static_cast<std::size_t>(std::max_element(m_down.begin(), m_down.end()) - m_down.begin());
     const bool isPaid = m_looked - m_lookedBefore >= kLeastWords;
     if (m_length < kLengths && m_down[m_length] > bar() && !isPaid) return m_length;
     return m_down[best] > bar() ? best : kLengths;
@@ -161,7 +163,8 @@ void Decoder::correctHardDecisions() noexcept {
         for (const std::uint8_t at : erased) word[at] = 0;
         const std::uint8_t* const parity = word.data() + encoding::kPayloadBytes;
         WordBytes corrected{};
-        if (code.DecodeBlock(word.data(), parity, corrected.data(), erased.data(), erased.size()) != 0) return;
+        if (code.DecodeBlock(word.data(), parity, corrected.data(), erased.data(), erased.size()) != 0)
+            return;
         code.EncodeBlock(corrected.data(), corrected.data() + encoding::kPayloadBytes);
         weigh(corrected);
     };
@@ -204,7 +207,8 @@ bool Decoder::startNextWindow() noexcept {
 void Decoder::look(const Node& node) noexcept {
     const std::span<const WordSpace::Change> changes = m_space.changes();
     const auto costsMore = [](float cost, const WordSpace::Change& change) { return cost < change.cost; };
-    const auto from = changes.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(node.next, changes.size()));
+    const auto from =
+        changes.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(node.next, changes.size()));
     const auto first = std::upper_bound(from, changes.end(), m_low - node.cost, costsMore);
     const auto last = std::upper_bound(first, changes.end(), m_high - node.cost, costsMore);
     m_looked += static_cast<int>(last - first) + kWordsToTurn;

@@ -26,8 +26,8 @@ private:
 /// From what is known of 34 nibbles to the best text that explains it, as TextDecoder, in 7 KiB: lengths
 /// are looked at one at a time.
 ///
-/// The length that may still hold the best word is searched until another one could hold a better word, and for
-/// twice as long at least as its preparation took. Sums of odds are reckoned as float, the weight of
+/// The length that may still hold the best word is searched until another one could hold a better word, and
+/// for twice as long at least as its preparation took. Sums of odds are reckoned as float, the weight of
 /// words that were not looked at is taken for no less than its error.
 ///
 /// Thread: one at a time per object. Allocates nothing.
@@ -83,9 +83,9 @@ private:
     bool m_isDone = true;
 
     // By length
-    std::array<float, kLengths> m_down{};         ///< margins from here up were searched
-    std::array<float, kLengths> m_means{};        ///< of e^score over the words, as a logarithm
-    std::array<float, kLengths> m_totalWeight{};  ///< 0: not looked at
+    std::array<float, kLengths> m_down{};        ///< margins from here up were searched
+    std::array<float, kLengths> m_means{};       ///< of e^score over the words, as a logarithm
+    std::array<float, kLengths> m_totalWeight{}; ///< 0: not looked at
     std::array<float, kLengths> m_lookedWeight{};
 
     // Of the length that is looked at

@@ -137,13 +137,14 @@ bool FrontEnd::next(float& re, float& im) noexcept {
     Sum sum{};
     if (m_isWhole) {
         const auto step = static_cast<std::int32_t>(m_tableStep >> 16U);
-        sum = sumOnEntries(&m_re[first], &m_im[first], taps, -static_cast<std::int32_t>(m_reach) * step, step);
+        sum =
+            sumOnEntries(&m_re[first], &m_im[first], taps, -static_cast<std::int32_t>(m_reach) * step, step);
     } else {
         // One tap less at the end: its place may be beyond the table.
         const auto part = static_cast<std::uint64_t>(m_next & 0xFFFFFFFF);
         const auto step = static_cast<std::int32_t>(m_tableStep);
-        const auto from = -static_cast<std::int32_t>(m_reach) * step -
-                          static_cast<std::int32_t>(part * m_tableStep >> 32U);
+        const auto from =
+            -static_cast<std::int32_t>(m_reach) * step - static_cast<std::int32_t>(part * m_tableStep >> 32U);
         const bool isBeyond = from < -static_cast<std::int32_t>(BandFilter::kReach << 16U);
         const std::size_t skipped = isBeyond ? 1 : 0;
         sum = sumBetween(&m_re[first + skipped], &m_im[first + skipped], taps - skipped,
@@ -157,8 +158,7 @@ bool FrontEnd::next(float& re, float& im) noexcept {
 
 void FrontEnd::keepTail() noexcept {
     if (m_held + kPiece <= kHeld) return;
-    const std::size_t used =
-        std::min(static_cast<std::size_t>(m_next >> 32U) - m_reach, m_held);
+    const std::size_t used = std::min(static_cast<std::size_t>(m_next >> 32U) - m_reach, m_held);
     std::copy(m_re.begin() + static_cast<std::ptrdiff_t>(used),
               m_re.begin() + static_cast<std::ptrdiff_t>(m_held), m_re.begin());
     std::copy(m_im.begin() + static_cast<std::ptrdiff_t>(used),

@@ -11,9 +11,9 @@ namespace sorvel::deep {
 ///     receiver.push(samples);                         // any number at a time
 ///     for (deep::Reception heard; receiver.poll(heard);) use(heard.text.data());
 ///
-/// It takes the same sound as Receiver and believes a text on the same terms, so that its false texts have the
-/// same bound or a lower one. What it does not do, deep/README.md has in figures: it hears no source that
-/// changes its speed, does not add two hearings of one text, searches a twelfth of the words, and needs up
+/// It takes the same sound as Receiver and believes a text on the same terms, so that its false texts have
+/// the same bound or a lower one. What it does not do, deep/README.md has in figures: it hears no source that
+/// changes its speed, does not add two hearings of one text, searches a quarter of the words, and needs up
 /// to 4.6 s to get used to a whistle. A text comes some 0.3 s after its transmission ended.
 ///
 /// With every block of 64 samples of the baseband, 24 ms, it looks once for ends, and does at most one step

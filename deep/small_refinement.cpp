@@ -16,7 +16,7 @@ constexpr float kRankOfNoise = 0.336F;
 constexpr std::size_t kNeighbours = 54;
 constexpr std::size_t kStride = 3;
 constexpr float kWhistle = 4.0F;
-constexpr float kMost = 1e12F; // of an energy, so that what is reckoned from it is a number
+constexpr float kMost = 1e12F;    // of an energy, so that what is reckoned from it is a number
 constexpr std::size_t kEvery = 4; // the smooth noise changes slowly
 
 /// Half bin of a tone, negative below the centre, for a shift in half bins.

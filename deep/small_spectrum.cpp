@@ -15,8 +15,8 @@ constexpr float kExcess = 5.0F; // of a sample's power over the fifth quietest p
 constexpr std::array<std::uint16_t, kChunk> kPlaces = [] {
     std::array<std::uint16_t, kChunk> places{};
     for (std::size_t k = 0; k < kChunk; ++k)
-        places[k] = static_cast<std::uint16_t>(k % 4 * 128 + k / 4 % 4 * 32 + k / 16 % 4 * 8 + k / 64 % 4 * 2 +
-                                               k / 256);
+        places[k] = static_cast<std::uint16_t>(k % 4 * 128 + k / 4 % 4 * 32 + k / 16 % 4 * 8 +
+                                               k / 64 % 4 * 2 + k / 256);
     return places;
 }();
 

@@ -76,9 +76,10 @@ inline constexpr BandFilter kBandFilter = [] {
     for (std::size_t i = 0; i < BandFilter::kReach; ++i) {
         const double turns = BandFilter::kCutoff_hz / BandFilter::kRate_hz * static_cast<double>(i);
         const double x = 2.0 * std::numbers::pi * turns;
-        const double sinc =
-            i == 0 ? 1.0
-                   : detail::sine(2.0 * std::numbers::pi * (turns - static_cast<double>(static_cast<int>(turns)))) / x;
+        const double sinc = i == 0 ? 1.0
+                                   : detail::sine(2.0 * std::numbers::pi *
+                                                  (turns - static_cast<double>(static_cast<int>(turns)))) /
+                                         x;
         const double place = static_cast<double>(i) / BandFilter::kReach;
         const double half = BandFilter::kBeta / 2.0;
         const double weight = sinc * detail::besselI0(half * half * (1.0 - place * place));

@@ -82,9 +82,7 @@ std::vector<Reception> heardIn(SmallReceiver& receiver, const std::vector<Sample
     return heard;
 }
 
-Texts textsIn(const Samples& sound, std::string_view prefix) {
-    return texts(heardIn(*made(prefix), sound));
-}
+Texts textsIn(const Samples& sound, std::string_view prefix) { return texts(heardIn(*made(prefix), sound)); }
 
 class SmallReceiverAtRate : public testing::TestWithParam<std::size_t> {};
 
@@ -99,7 +97,8 @@ TEST_P(SmallReceiverAtRate, HearsATransmissionOnceWhateverTheBlocksAndTheFormat)
         const float peak = *std::max_element(sound.begin(), sound.end());
         std::vector<std::int16_t> rounded;
         for (const float x : sound)
-            rounded.push_back(static_cast<std::int16_t>(std::clamp(std::lround(30000.0F * x / peak), -32768L, 32767L)));
+            rounded.push_back(
+                static_cast<std::int16_t>(std::clamp(std::lround(30000.0F * x / peak), -32768L, 32767L)));
         const auto expectHeard = [&](const std::vector<Reception>& heard) {
             ASSERT_THAT(texts(heard), ElementsAre("acme_9 x"));
             EXPECT_NEAR(heard[0].end_s, 0.731 + kTransmission_s, 0.03);
@@ -122,7 +121,8 @@ TEST(SmallReceiver, HearsThroughNoiseElevenDecibelsOverTheTones) {
     for (unsigned seed = 1; seed <= 5; ++seed) {
         const std::string text = "acme7_kq0 zx8" + std::to_string(seed);
         const Samples sound = inNoise(text, -11.0, 0.8 + 0.003 * seed, seed);
-        for (const char* const prefix : {"acme", "ACME7_", ""}) heard += textsIn(sound, prefix) == Texts{text};
+        for (const char* const prefix : {"acme", "ACME7_", ""})
+            heard += textsIn(sound, prefix) == Texts{text};
         EXPECT_THAT(textsIn(sound, "acmf"), IsEmpty());
         EXPECT_THAT(textsIn(sound, "kq0"), IsEmpty());
     }
@@ -202,13 +202,16 @@ TEST(SmallReceiver, RefusesRatesAndPrefixesThatAreNone) {
     };
     for (const double rate_hz : {kNoNumber, -48000.0, 0.0, 31999.0, 384001.0, 1.0 / 0.0})
         expectRefused(rate_hz, "acme");
-    for (const std::string_view prefix : {"a-b", "1234567890123456", "\xC3\xA4"}) expectRefused(48000.0, prefix);
-    for (const std::size_t rate_hz : {32000U, 384000U}) EXPECT_TRUE(made("123456789012345", rate_hz)->isReady());
+    for (const std::string_view prefix : {"a-b", "1234567890123456", "\xC3\xA4"})
+        expectRefused(48000.0, prefix);
+    for (const std::size_t rate_hz : {32000U, 384000U})
+        EXPECT_TRUE(made("123456789012345", rate_hz)->isReady());
 }
 
 TEST(SmallReceiver, HearsAgainAfterSamplesThatAreNoSound) {
     constexpr float kInfinity = std::numeric_limits<float>::infinity();
-    for (const float wrong : {std::numeric_limits<float>::quiet_NaN(), kInfinity, -kInfinity, 3e38F, 1e6F, 1.0F, 0.0F}) {
+    for (const float wrong :
+         {std::numeric_limits<float>::quiet_NaN(), kInfinity, -kInfinity, 3e38F, 1e6F, 1.0F, 0.0F}) {
         SCOPED_TRACE(wrong);
         Samples hostile(2 * kRate_hz, wrong);
         for (std::size_t i = 0; i < hostile.size(); ++i)
@@ -240,7 +243,8 @@ TEST(SmallReceiver, AllocatesNothingFromItsConstructionOn) {
     const AllocationCount allocations;
     auto* const receiver = new (memory.data()) SmallReceiver(48000.0, "acme");
     for (std::size_t at = 0; at < sound.size(); at += 4800)
-        receiver->push(std::span<const float>(sound).subspan(at, std::min<std::size_t>(4800, sound.size() - at)));
+        receiver->push(
+            std::span<const float>(sound).subspan(at, std::min<std::size_t>(4800, sound.size() - at)));
     receiver->finish();
     while (count < heard.size() && receiver->poll(heard[count])) ++count;
     receiver->reset();
@@ -258,7 +262,8 @@ TEST(SmallReceiver, HearsNothingInNoiseAndInTonesThatAreNone) {
         const double high = 0.0009765625 * static_cast<double>(400 + generator() % 16);
         Samples tones;
         for (int i = 0; i < 9216; ++i)
-            tones.push_back(0.2F * static_cast<float>(std::sin(6.283185307 * low * i) + std::sin(6.283185307 * high * i)));
+            tones.push_back(0.2F * static_cast<float>(std::sin(6.283185307 * low * i) +
+                                                      std::sin(6.283185307 * high * i)));
         receiver->push(tones);
     }
     receiver->finish();
