@@ -49,80 +49,71 @@ float normalise(Nibble& values) {
     return most + std::log(sum / 16.0F);
 }
 
-/// Fills the probabilities of all nibbles under a model; the evidence comes back.
-template <typename Model>
-float explain(const Model& model, Scores& probabilities) {
-    float evidence = 0.0F;
-    for (std::size_t chunk = 0; chunk < kChunks; ++chunk) {
-        for (std::size_t side = 0; side < 2; ++side) {
-            Nibble& values = probabilities[2 * chunk + side];
-            evidence += model(chunk, 16 * side, values);
-            evidence += normalise(values);
-        }
-    }
-    return evidence;
+// The models in the order in which they are tried: steady and fading in turn, then echoes.
+constexpr int kRatios = 13;
+constexpr int kEchoRatios = 10;
+constexpr int kModels = 2 * kRatios + kEchoRatios * static_cast<int>(kEchoes.size());
+
+/// A way through the air, as far as a model of it is told by a number; without evidence.
+Air modelled(int model) {
+    if (model < 2 * kRatios) return {4.0F + 1.5F * static_cast<float>(model / 2), 0.0F, model % 2 == 1, 0.0F};
+    const int echo = model - 2 * kRatios;
+    return {static_cast<float>(4 + 4 * (echo % kEchoRatios)),
+            kEchoes[static_cast<std::size_t>(echo / kEchoRatios)], true, -kEchoPenalty};
 }
 
-class Search {
+/// Fills the log-likelihoods of a nibble's values; what comes back makes all of them likelier.
+class Model {
 public:
-    explicit Search(const ToneEnergies& energies) : m_energies(energies) {}
+    Model(const Air& air, const ToneEnergies& energies)
+        : m_energies(energies), m_air(air), m_ratio(ratioOf(air.ratio)), m_offset(std::log(1.0F + m_ratio)) {}
 
-    void steady(float decibels) {
-        const float ratio = ratioOf(decibels);
-        consider({decibels, 0.0F, false, 0.0F}, [&](std::size_t chunk, std::size_t first, Nibble& values) {
-            for (std::size_t i = 0; i < 16; ++i)
-                values[i] = logI0(2.0F * std::sqrt(ratio * m_energies[chunk][first + i])) - ratio;
-            return 0.0F;
-        });
+    float fill(std::size_t chunk, std::size_t first, Nibble& values) const {
+        if (m_air.echo > 0.0F) return fillEcho(chunk, first, values);
+        const float slope = m_ratio / (1.0F + m_ratio);
+        for (std::size_t i = 0; i < 16; ++i) {
+            const float e = m_energies[chunk][first + i];
+            values[i] =
+                m_air.isFading ? slope * e - m_offset : logI0(2.0F * std::sqrt(m_ratio * e)) - m_ratio;
+        }
+        return 0.0F;
     }
-
-    void fading(float decibels) {
-        const float ratio = ratioOf(decibels);
-        const float slope = ratio / (1.0F + ratio);
-        const float offset = std::log(1.0F + ratio);
-        consider({decibels, 0.0F, true, 0.0F}, [&](std::size_t chunk, std::size_t first, Nibble& values) {
-            for (std::size_t i = 0; i < 16; ++i) values[i] = slope * m_energies[chunk][first + i] - offset;
-            return 0.0F;
-        });
-    }
-
-    void echo(float decibels, float ring) {
-        const float ratio = ratioOf(decibels);
-        consider({decibels, ring, true, -kEchoPenalty},
-                 [&](std::size_t chunk, std::size_t first, Nibble& values) {
-                     float ofAll = 0.0F; // how much likelier the ringing makes all sixteen
-                     for (std::size_t i = 0; i < 16; ++i) {
-                         const std::size_t tone = first + i;
-                         const float e = m_energies[chunk][tone];
-                         const float before = (chunk > 0 ? m_energies[chunk - 1][tone] : 0.0F) +
-                                              kSecondRing * (chunk > 1 ? m_energies[chunk - 2][tone] : 0.0F);
-                         const float noise = 1.0F + ring * before;
-                         const float all = noise + ratio;
-                         ofAll += e - e / noise - std::log(noise);
-                         values[i] = e / noise - e / all + std::log(noise / all);
-                     }
-                     return ofAll;
-                 });
-    }
-
-    const Air& air() const { return m_air; }
-    const Scores& best() const { return m_best; }
 
 private:
-    template <typename Model>
-    void consider(Air air, const Model& model) {
-        air.evidence += explain(model, m_now);
-        if (m_hasOne && air.evidence <= m_air.evidence) return;
-        m_hasOne = true;
-        m_air = air;
-        m_best = m_now;
+    float fillEcho(std::size_t chunk, std::size_t first, Nibble& values) const {
+        float ofAll = 0.0F; // how much likelier the ringing makes all sixteen
+        for (std::size_t i = 0; i < 16; ++i) {
+            const std::size_t tone = first + i;
+            const float e = m_energies[chunk][tone];
+            const float before = (chunk > 0 ? m_energies[chunk - 1][tone] : 0.0F) +
+                                 kSecondRing * (chunk > 1 ? m_energies[chunk - 2][tone] : 0.0F);
+            const float noise = 1.0F + m_air.echo * before;
+            const float all = noise + m_ratio;
+            ofAll += e - e / noise - std::log(noise);
+            values[i] = e / noise - e / all + std::log(noise / all);
+        }
+        return ofAll;
     }
 
     const ToneEnergies& m_energies;
     Air m_air;
-    bool m_hasOne = false;
-    Scores m_now{}, m_best{};
+    float m_ratio, m_offset;
 };
+
+/// Hands each nibble's probabilities to `take`; the evidence comes back.
+template <typename Take>
+float explain(const Model& model, const Take& take) {
+    float evidence = 0.0F;
+    Nibble values;
+    for (std::size_t chunk = 0; chunk < kChunks; ++chunk) {
+        for (std::size_t side = 0; side < 2; ++side) {
+            evidence += model.fill(chunk, 16 * side, values);
+            evidence += normalise(values);
+            take(2 * chunk + side, values);
+        }
+    }
+    return evidence;
+}
 
 } // namespace
 
@@ -130,18 +121,28 @@ void toScores(std::span<float, 16> probabilities) noexcept {
     for (float& p : probabilities) p = std::log((1.0F - kAnything) * 16.0F * p + kAnything);
 }
 
-Air score(const ToneEnergies& energies, Scores& scores) noexcept {
-    Search search(energies);
-    for (int step = 0; step <= 12; ++step) {
-        const float decibels = 4.0F + 1.5F * static_cast<float>(step);
-        search.steady(decibels);
-        search.fading(decibels);
+bool AirSearch::step(const ToneEnergies& energies, int models) noexcept {
+    for (const int until = std::min(m_next + models, kModels); m_next < until; ++m_next) {
+        Air air = modelled(m_next);
+        air.evidence += explain(Model(air, energies), [](std::size_t, const Nibble&) {});
+        if (m_next > 0 && air.evidence <= m_best.evidence) continue;
+        m_best = air;
+        m_bestModel = m_next;
     }
-    for (const float ring : kEchoes)
-        for (int decibels = 4; decibels <= 40; decibels += 4) search.echo(static_cast<float>(decibels), ring);
-    scores = search.best();
+    return m_next == kModels;
+}
+
+Air AirSearch::finish(const ToneEnergies& energies, Scores& scores) const noexcept {
+    explain(Model(modelled(m_bestModel), energies),
+            [&](std::size_t nibble, const Nibble& values) { scores[nibble] = values; });
     for (auto& nibble : scores) toScores(nibble);
-    return search.air();
+    return m_best;
+}
+
+Air score(const ToneEnergies& energies, Scores& scores) noexcept {
+    AirSearch search;
+    search.step(energies, kModels);
+    return search.finish(energies, scores);
 }
 
 } // namespace sorvel::deep

@@ -24,7 +24,25 @@ struct Air {
 ///
 /// Three in a hundred nibbles are taken to be anything, so that one burst does not decide.
 ///
-/// Thread: any. Allocates nothing.
+///     AirSearch search;
+///     while (!search.step(energies, 22)) {}         // some models at a time, between blocks of sound
+///     const Air air = search.finish(energies, scores);
+///
+/// Thread: one at a time per object. Allocates nothing.
+class AirSearch {
+public:
+    /// Tries some models more. True: all are tried.
+    bool step(const ToneEnergies& energies, int models) noexcept;
+    /// Fills the scores under the best model.
+    Air finish(const ToneEnergies& energies, Scores& scores) const noexcept;
+
+private:
+    Air m_best;
+    int m_bestModel = 0;
+    int m_next = 0;
+};
+
+/// All of it at once.
 Air score(const ToneEnergies& energies, Scores& scores) noexcept;
 
 /// What remains of a nibble's probabilities when a few in a hundred may be anything: ln(16 p').

@@ -68,6 +68,8 @@ public:
 
     /// What a pair's values take away from `most()`; a word's score is that, less all costs, plus these.
     void losses(std::size_t pair, std::span<float, 256> out) const;
+    /// The same by single dependent nibble.
+    std::span<const std::array<float, 16>> losses() const { return {m_losses.data(), m_dependentCount}; }
 
     /// The best allowed value of every nibble: hard decisions, no code word in general.
     WordBytes heard() const { return joined(m_best); }

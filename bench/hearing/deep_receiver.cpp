@@ -1,5 +1,6 @@
 #include "bench/hearing/receivers.hpp"
 #include "deep/receiver.hpp"
+#include "deep/small_receiver.hpp"
 
 #include <stdexcept>
 
@@ -7,6 +8,7 @@ namespace sorvel::hearing {
 
 namespace {
 
+template <typename Receiver>
 class DeepReceiver final : public TestedReceiver {
 public:
     DeepReceiver(double rate_hz, std::string_view prefix) : m_receiver(rate_hz, prefix) {
@@ -29,13 +31,17 @@ private:
         while (m_receiver.poll(reception)) heard.emplace_back(reception.text.data());
     }
 
-    deep::Receiver m_receiver;
+    Receiver m_receiver;
 };
 
 } // namespace
 
 std::unique_ptr<TestedReceiver> makeDeepReceiver(double rate_hz, std::string_view prefix) {
-    return std::make_unique<DeepReceiver>(rate_hz, prefix);
+    return std::make_unique<DeepReceiver<deep::Receiver>>(rate_hz, prefix);
+}
+
+std::unique_ptr<TestedReceiver> makeSmallReceiver(double rate_hz, std::string_view prefix) {
+    return std::make_unique<DeepReceiver<deep::SmallReceiver>>(rate_hz, prefix);
 }
 
 } // namespace sorvel::hearing

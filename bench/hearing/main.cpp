@@ -56,7 +56,7 @@ struct Options {
     Plan plan;
     std::vector<std::string> points;
     std::string output, sound, draws = "tuning", prefix = "both";
-    bool isList = false, isTable = false, isCurves = false, isCost = false;
+    bool isSmall = false, isList = false, isTable = false, isCurves = false, isCost = false;
     int superset = 0;
     double falseTexts_h = 0.0;
 };
@@ -66,6 +66,8 @@ int run(Options& options) {
     plan.set = options.draws == "reporting" ? DrawSet::Reporting : DrawSet::Tuning;
     if (options.prefix != "both")
         plan.kinds = {Kind::Classic, options.prefix == "4" ? Kind::DeepWithPrefix : Kind::DeepWithout};
+    if (options.isSmall && options.prefix != "0") plan.kinds.push_back(Kind::SmallWithPrefix);
+    if (options.isSmall && options.prefix != "4") plan.kinds.push_back(Kind::SmallWithout);
     GGWave::setLogFile(nullptr);
     if (options.isList) return list(), 0;
     if (options.isCost) return printCost(plan), 0;
@@ -116,6 +118,7 @@ int main(int argc, char** argv) {
     app.add_option("--prefix", options.prefix, "Characters of the prefix that the deep receiver knows")
         ->check(CLI::IsMember({"4", "0", "both"}))
         ->capture_default_str();
+    app.add_flag("--small", options.isSmall, "Measure the deep receiver for small machines too");
     app.add_option("--rate", plan.rate_hz, "Hz of the microphone")
         ->check(CLI::Range(44100.0, 192000.0))
         ->capture_default_str();

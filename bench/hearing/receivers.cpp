@@ -10,14 +10,21 @@ const char* shortName(Kind kind) {
         return "classic";
     case Kind::DeepWithPrefix:
         return "deep/4";
-    default:
+    case Kind::DeepWithout:
         return "deep/0";
+    case Kind::SmallWithPrefix:
+        return "small/4";
+    default:
+        return "small/0";
     }
 }
 
 std::unique_ptr<TestedReceiver> makeReceiver(Kind kind, double rate_hz) {
     if (kind == Kind::Classic) return makeClassicReceiver(rate_hz);
-    return makeDeepReceiver(rate_hz, kind == Kind::DeepWithPrefix ? kPrefix : std::string_view());
+    const bool isPrefixed = kind == Kind::DeepWithPrefix || kind == Kind::SmallWithPrefix;
+    const std::string_view prefix = isPrefixed ? kPrefix : std::string_view();
+    const bool isSmall = kind == Kind::SmallWithPrefix || kind == Kind::SmallWithout;
+    return isSmall ? makeSmallReceiver(rate_hz, prefix) : makeDeepReceiver(rate_hz, prefix);
 }
 
 } // namespace sorvel::hearing

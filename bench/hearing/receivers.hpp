@@ -28,9 +28,12 @@ std::unique_ptr<TestedReceiver> makeClassicReceiver(double rate_hz);
 /// The deep receiver at the device's own rate; null where this program is built without it.
 std::unique_ptr<TestedReceiver> makeDeepReceiver(double rate_hz, std::string_view prefix);
 
+/// The same for small machines.
+std::unique_ptr<TestedReceiver> makeSmallReceiver(double rate_hz, std::string_view prefix);
+
 /// Which receivers are compared.
-enum class Kind { Classic, DeepWithPrefix, DeepWithout };
-/// In this order, "deep/4" being the one that knows the prefix.
+enum class Kind { Classic, DeepWithPrefix, DeepWithout, SmallWithPrefix, SmallWithout };
+/// In this order, "deep/4" and "small/4" being those that know the prefix.
 const char* shortName(Kind kind);
 /// Null for a deep one where there is none.
 std::unique_ptr<TestedReceiver> makeReceiver(Kind kind, double rate_hz);

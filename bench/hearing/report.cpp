@@ -115,7 +115,7 @@ bool printGoals(const Plan& plan, std::vector<Measured>& measured) {
         for (const std::string& name : goal.points) {
             const Tally& tally = *find(measured, name);
             std::printf("| %s | %s |", goal.meaning.c_str(), name.c_str());
-            for (const Kind kind : kKinds) {
+            for (const Kind kind : {Kind::Classic, Kind::DeepWithPrefix, Kind::DeepWithout}) {
                 const Share& share = tally.shares[static_cast<std::size_t>(kind)];
                 const auto& asked = kind == Kind::DeepWithout ? goal.pointsWithoutPrefix : goal.points;
                 const bool isAsked =

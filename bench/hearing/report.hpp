@@ -15,7 +15,7 @@ struct Plan {
     std::uint32_t first = 0; ///< number of the first trial
     unsigned jobs = 1;
     double rate_hz = 48000.0;
-    std::vector<Kind> kinds{kKinds.begin(), kKinds.end()};
+    std::vector<Kind> kinds{Kind::Classic, Kind::DeepWithPrefix, Kind::DeepWithout};
 };
 
 struct Measured {

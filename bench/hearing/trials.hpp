@@ -12,7 +12,8 @@
 
 namespace sorvel::hearing {
 
-inline constexpr std::array kKinds{Kind::Classic, Kind::DeepWithPrefix, Kind::DeepWithout};
+inline constexpr std::array kKinds{Kind::Classic, Kind::DeepWithPrefix, Kind::DeepWithout,
+                                   Kind::SmallWithPrefix, Kind::SmallWithout};
 
 /// What one receiver made of one scene.
 struct Outcome {
