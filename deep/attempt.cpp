@@ -21,9 +21,6 @@ constexpr int kCombine_us = 100;
 constexpr float kOneWord = 6.0F; // nats that two hearings agree by, to be worth a decode
 
 constexpr float kClear_dB = 10.0F; // ratio from which on the second view is worth its decode
-// A tone's energy over the noise's in one bin is this much over the signal-to-noise ratio of the band: half
-// of the power, in 1500 Hz times 192 ms bins, less the trapezoid's share.
-constexpr float kBandOverTone_dB = 21.6F;
 
 } // namespace
 
@@ -157,23 +154,8 @@ int Attempt::decode(Stage next) noexcept {
 }
 
 void Attempt::accept(const TextDecoder::Word& word) noexcept {
-    float sent = 0.0F;
-    float before = 0.0F; // of tones that are not sent any more in the next chunk
-    float rest = 0.0F;   // and what is left of them there
-    float gone = 0.0F;
-    for (std::size_t chunk = 0; chunk < kChunks; ++chunk) {
-        for (const std::size_t side : {0U, 4U}) {
-            const auto toneOf = [&](std::size_t c) { return 4U * side + (word.bytes[c] >> side & 15U); };
-            sent += m_energies[chunk][toneOf(chunk)];
-            if (chunk == 0 || toneOf(chunk) == toneOf(chunk - 1)) continue;
-            before += m_energies[chunk - 1][toneOf(chunk - 1)];
-            rest += m_energies[chunk][toneOf(chunk - 1)];
-            gone += 1.0F;
-        }
-    }
-    const float ratio = std::max(sent / static_cast<float>(kNibbles) - 1.0F, 0.01F);
-    const float echo = std::clamp((rest - gone) / std::max(before - gone, 1.0F), 0.0F, 1.0F);
-    m_found = Found{word, m_refinement.place(), 10.0F * std::log10(ratio) - kBandOverTone_dB, echo};
+    const Arrival arrived = arrival(m_energies, word.bytes);
+    m_found = Found{word, m_refinement.place(), arrived.snr_db, arrived.echo};
     m_stage = Stage::Done;
 }
 

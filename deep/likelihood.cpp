@@ -121,6 +121,26 @@ void toScores(std::span<float, 16> probabilities) noexcept {
     for (float& p : probabilities) p = std::log((1.0F - kAnything) * 16.0F * p + kAnything);
 }
 
+Arrival arrival(const ToneEnergies& energies, std::span<const std::uint8_t, kChunks> bytes) noexcept {
+    float sent = 0.0F;
+    float before = 0.0F; // of tones that are not sent any more in the next chunk
+    float rest = 0.0F;   // and what is left of them there
+    float gone = 0.0F;
+    for (std::size_t chunk = 0; chunk < kChunks; ++chunk) {
+        for (const std::size_t side : {0U, 4U}) {
+            const auto toneOf = [&](std::size_t c) { return 4U * side + (bytes[c] >> side & 15U); };
+            sent += energies[chunk][toneOf(chunk)];
+            if (chunk == 0 || toneOf(chunk) == toneOf(chunk - 1)) continue;
+            before += energies[chunk - 1][toneOf(chunk - 1)];
+            rest += energies[chunk][toneOf(chunk - 1)];
+            gone += 1.0F;
+        }
+    }
+    const float ratio = std::max(sent / static_cast<float>(kNibbles) - 1.0F, 0.01F);
+    const float echo = std::clamp((rest - gone) / std::max(before - gone, 1.0F), 0.0F, 1.0F);
+    return {10.0F * std::log10(ratio) - kBandOverTone_dB, echo};
+}
+
 bool AirSearch::step(const ToneEnergies& energies, int models) noexcept {
     for (const int until = std::min(m_next + models, kModels); m_next < until; ++m_next) {
         Air air = modelled(m_next);

@@ -45,6 +45,18 @@ private:
 /// All of it at once.
 Air score(const ToneEnergies& energies, Scores& scores) noexcept;
 
+/// A tone's energy over the noise's in one bin is this much over the signal-to-noise ratio of the band: half
+/// of the power, in 1500 Hz times 192 ms bins, less the trapezoid's share.
+inline constexpr float kBandOverTone_dB = 21.6F;
+
+/// How a transmission arrived whose bytes are known.
+struct Arrival {
+    float snr_db = 0.0F; ///< power of the tones over that of the noise from 18 to 19.5 kHz
+    float echo = 0.0F;   ///< part of a tone's energy that was still there a chunk later
+};
+/// @param bytes  as sent, parity included
+Arrival arrival(const ToneEnergies& energies, std::span<const std::uint8_t, kChunks> bytes) noexcept;
+
 /// What remains of a nibble's probabilities when a few in a hundred may be anything: ln(16 p').
 void toScores(std::span<float, 16> probabilities) noexcept;
 

@@ -1,5 +1,6 @@
 #include "tools/command.hpp"
 
+#include "payload/encoding.hpp"
 #include "platform/audio_file.hpp"
 
 #include <CLI/CLI.hpp>
@@ -67,6 +68,16 @@ CLI::Validator seconds(double most) {
                 return isIn ? std::string() : given + " is not within " + range;
             },
             range};
+}
+
+void checkPrefix(const std::string& prefix) {
+    if (prefix.size() > encoding::kMaxTextLength)
+        throw UsageError("the prefix has " + std::to_string(prefix.size()) +
+                         " characters, texts have at most 15");
+    for (const char c : prefix)
+        if (!(c >= 'A' && c <= 'Z') && encoding::kAlphabet.find(c) == std::string_view::npos)
+            throw UsageError("no text begins with the prefix \"" + prefix + "\": texts are made of \"" +
+                             std::string(encoding::kAlphabet) + "\"");
 }
 
 CLI::Validator given(const std::string& what) {

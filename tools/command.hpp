@@ -35,6 +35,7 @@ struct Command {
 Command addSend(CLI::App& sorvel);
 Command addListen(CLI::App& sorvel);
 Command addCheck(CLI::App& sorvel);
+Command addInspect(CLI::App& sorvel);
 Command addDemo(CLI::App& sorvel);
 Command addDevices(CLI::App& sorvel);
 Command addHash(CLI::App& sorvel);
@@ -56,6 +57,10 @@ CLI::Option* addFormat(CLI::App& app, StoredFormat& format, const std::vector<St
 CLI::Validator seconds(double most);
 /// A value that is not empty, which mostly is a shell's variable that was not set.
 CLI::Validator given(const std::string& what);
+
+/// What no received text can begin with would be waited for in vain.
+/// @throws UsageError, which names what is wrong with it
+void checkPrefix(const std::string& prefix);
 
 /// Writes a line to standard output at once, so that it does not wait in a pipe for the next one.
 /// @throws OutputClosed when its reader is gone, std::runtime_error when it cannot be written

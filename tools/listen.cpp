@@ -1,4 +1,3 @@
-#include "payload/encoding.hpp"
 #include "platform/audio_file.hpp"
 #include "telemetry/EventHub.hpp"
 #include "tools/command.hpp"
@@ -17,7 +16,6 @@
 #include <optional>
 #include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace sorvel {
@@ -43,17 +41,6 @@ constexpr const char* kFooter =
     "Exit status: 0 something was heard, 1 nothing was, 2 wrong usage or a file that cannot be read.";
 
 constexpr int kHighestTone_hz = 19500;
-
-/// What no received text can begin with would listen in vain.
-void checkPrefix(const std::string& prefix) {
-    if (prefix.size() > encoding::kMaxTextLength)
-        throw UsageError("the prefix has " + std::to_string(prefix.size()) +
-                         " characters, texts have at most 15");
-    for (const char c : prefix)
-        if (!(c >= 'A' && c <= 'Z') && encoding::kAlphabet.find(c) == std::string_view::npos)
-            throw UsageError("no text begins with the prefix \"" + prefix + "\": texts are made of \"" +
-                             std::string(encoding::kAlphabet) + "\"");
-}
 
 /// Goes through files with a TextReceiver or a MessageReceiver.
 class FileListening {

@@ -39,8 +39,9 @@ int run(int argc, char** argv) {
     app.set_version_flag("--version", "sorvel " SORVEL_VERSION, "Print the version and exit");
     app.require_subcommand(0, 1);
     app.get_formatter()->column_width(28);
-    const std::array commands{sorvel::addSend(app), sorvel::addListen(app),  sorvel::addCheck(app),
-                              sorvel::addDemo(app), sorvel::addDevices(app), sorvel::addHash(app)};
+    const std::array commands{sorvel::addSend(app),    sorvel::addListen(app), sorvel::addCheck(app),
+                              sorvel::addInspect(app), sorvel::addDemo(app),   sorvel::addDevices(app),
+                              sorvel::addHash(app)};
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -48,7 +49,8 @@ int run(int argc, char** argv) {
     }
     for (const sorvel::Command& command : commands)
         if (command.app->parsed()) return command.run();
-    sorvel::printError("say what to do: send, listen, check, devices, demo or hash (see sorvel --help)");
+    sorvel::printError(
+        "say what to do: send, listen, check, inspect, devices, demo or hash (see sorvel --help)");
     return sorvel::kFailed;
 }
 
