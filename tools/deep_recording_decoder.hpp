@@ -23,12 +23,10 @@ public:
     ///                 passes through
     DeepRecordingDecoder(std::string prefix, std::function<void(const Heard&)> deliver);
 
-protected:
+private:
     double start(double sampleRate_hz) override;
     void complete() override;
-    double length_s() const; ///< of the recording, once it is complete
-
-private:
+    double length_s() const; // of what has been pushed
     void push(std::span<const float> samples) override;
     void deliver();
 

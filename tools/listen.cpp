@@ -1,20 +1,14 @@
+#include "modem/ggwave.h"
 #include "platform/audio_file.hpp"
 #include "telemetry/EventHub.hpp"
 #include "tools/command.hpp"
-#include "tools/heard_line.hpp"
+#include "tools/file_listening.hpp"
 #include "tools/interruption.hpp"
 #include "tools/listen_options.hpp"
-#include "tools/message.hpp"
 #include "tools/protocol_file.hpp"
-#include "tools/text_receiver.hpp"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <cstdint>
-#include <limits>
 #include <memory>
-#include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -36,135 +30,11 @@ constexpr const char* kFooter =
     "recording to the end of the text) and file; with --receiver deep also snr_db (within 18 to 19.5 kHz), "
     "speed_m_s\n"
     "(of the source, closer is positive), echo (0 to 1) and margin (of belief, in nats).\n"
+    "Many recordings are heard at once, on as many cores as there are or --jobs says; what is printed stays "
+    "in the\norder of the files.\n"
     "--once ends with the first text, from a microphone also when that goes away.\n"
     "SIGINT, SIGTERM and SIGHUP end listening; a second one does not wait for events that are being sent.\n"
     "Exit status: 0 something was heard, 1 nothing was, 2 wrong usage or a file that cannot be read.";
-
-constexpr int kHighestTone_hz = 19500;
-
-/// Goes through files with a TextReceiver or a MessageReceiver.
-class FileListening {
-public:
-    explicit FileListening(const ListenOptions& options) : m_options(options) {}
-
-    void listenTo(RecordingReceiver& receiver) {
-        const Interruption interruption;
-        for (const std::string& file : m_options.files) {
-            if (isOver()) return;
-            try {
-                listenTo(receiver, file);
-            } catch (const AudioFileError& error) {
-                if (Interruption::hasCome()) return; // which then is why
-                warn(error.what());
-                m_hasFailed = true;
-            } catch (const OutputClosed&) {
-                return;
-            }
-        }
-    }
-
-    void hear(const Heard& heard) {
-        if (isEnough()) return;
-        say(m_options.json ? jsonLine(heard, m_file) : heard.text);
-    }
-    void hear(const HeardMessage& heard) {
-        if (isEnough()) return;
-        if (!heard.bytes) {
-            warn(m_file + ": a message that ended at " + std::to_string(static_cast<long>(heard.time_s)) +
-                 " s could not be read");
-            return;
-        }
-        const bool asText = !m_options.hex && isOneLine(*heard.bytes);
-        say(m_options.json ? jsonLine(heard, m_file) : asText ? *heard.bytes : inHex(*heard.bytes));
-    }
-
-    ExitCode result() const { return m_hasFailed ? kFailed : m_wasHeard ? kDone : kNothingHeard; }
-
-private:
-    bool isEnough() const { return m_options.once && m_wasHeard; }
-    bool isOver() const { return isEnough() || Interruption::hasCome(); }
-
-    /// @throws AudioFileError; what was heard before it has been printed
-    void listenTo(RecordingReceiver& receiver, const std::string& file) {
-        m_file = file;
-        AudioFileReader reader(file, m_options.isRaw ? std::optional(m_options.raw) : std::nullopt);
-        if (reader.sampleRate_hz() < 2 * kHighestTone_hz)
-            warn(file + " has " + std::to_string(reader.sampleRate_hz()) +
-                 " Hz: too few for tones up to 19.5 kHz; record at 44100 Hz or more");
-
-        // Only what cannot be searched makes wait for more of it.
-        const Interruption::Input input(reader.frames() ? -1 : reader.descriptor());
-        // 100 ms, so that a live stream waits for no more than that.
-        std::vector<float> block(static_cast<std::size_t>(reader.sampleRate_hz()) / 10);
-        const std::uint64_t most = framesToHear(reader.sampleRate_hz());
-        Recording recording(receiver, reader.sampleRate_hz());
-        std::uint64_t frames = 0;
-        while (!isOver() && frames < most) {
-            const std::size_t n =
-                reader.read(std::span(block).first(std::min<std::uint64_t>(block.size(), most - frames)));
-            if (n == 0) break;
-            recording.take(std::span(block).first(n));
-            frames += n;
-            m_status.show([&] { return progress(reader, frames); });
-        }
-        recording.finish();
-        m_status.clear();
-        if (frames == 0 && most > 0 && !isOver())
-            warn(file +
-                 " holds no samples; a recorder that was cut short may have left them to be read as raw");
-    }
-
-    std::uint64_t framesToHear(int rate_hz) const {
-        if (!m_options.timeout_s) return std::numeric_limits<std::uint64_t>::max();
-        return static_cast<std::uint64_t>(*m_options.timeout_s * rate_hz);
-    }
-
-    void say(const std::string& line) {
-        m_wasHeard = true;
-        m_status.clear();
-        printLine(line);
-    }
-    void warn(const std::string& text) {
-        m_status.clear();
-        printError(text);
-    }
-    std::string progress(const AudioFileReader& reader, std::uint64_t frames) const {
-        const auto seconds = static_cast<double>(frames) / reader.sampleRate_hz();
-        const auto all = reader.frames();
-        std::string text = m_file + ": " + std::to_string(static_cast<long>(seconds)) + " s";
-        if (all && *all > 0) text += ", " + std::to_string(100 * frames / *all) + " %";
-        return text;
-    }
-
-    const ListenOptions& m_options;
-    StatusLine m_status;
-    std::string m_file;
-    bool m_wasHeard = false;
-    bool m_hasFailed = false;
-};
-
-ExitCode listenToMessages(const ListenOptions& options) {
-    GGWave::setLogFile(nullptr); // its three progress lines a message
-    if (!options.protocolFile.empty()) useProtocolFile(options.protocolFile);
-    FileListening listening(options);
-    MessageReceiver receiver([&listening](const HeardMessage& heard) { listening.hear(heard); });
-    listening.listenTo(receiver);
-    return listening.result();
-}
-
-template <typename Receiver>
-ExitCode listenToTexts(const ListenOptions& options, const Platform& platform) {
-    FileListening listening(options);
-    Receiver receiver(options.prefix, options.all ? Repeats::Report : Repeats::Drop, platform,
-                      [&listening](const Heard& heard) { listening.hear(heard); });
-    listening.listenTo(receiver);
-    return listening.result();
-}
-
-int listenToRecordings(const ListenOptions& options, const Platform& platform) {
-    return options.receiver == ReceiverKind::Deep ? listenToTexts<DeepTextReceiver>(options, platform)
-                                                  : listenToTexts<TextReceiver>(options, platform);
-}
 
 /// What has no meaning beside other options is refused, as its user expects something of it.
 void check(const ListenOptions& options) {
@@ -185,6 +55,7 @@ void check(const ListenOptions& options) {
     if (options.hex && options.json)
         throw UsageError("with --json every message has its hex; leave out --hex");
     if (isLive && options.all) throw UsageError("--all is for recordings; the microphone's clock is real");
+    if (isLive && options.jobs) throw UsageError("--jobs is for recordings; there is one microphone");
     if (!isLive && (!options.device.empty() || options.orDemo))
         throw UsageError("--device and --or-demo are for the microphone; leave them out, or name no file");
     checkPrefix(options.prefix);
@@ -193,14 +64,17 @@ void check(const ListenOptions& options) {
 int listen(const ListenOptions& options) {
     check(options);
     if (options.messages) {
-        const ExitCode result = listenToMessages(options);
+        GGWave::setLogFile(nullptr); // its three progress lines a message
+        if (!options.protocolFile.empty()) useProtocolFile(options.protocolFile);
+        const Platform none;
+        const ExitCode result = FileListening(options, none).run();
         if (Interruption::hasCome()) throw Interrupted();
         return result;
     }
     if (options.noTelemetry) EventHub::turnOff();
     const Platform platform = defaultPlatform();
     const bool isLive = options.files.empty();
-    const int result = isLive ? listenLive(options, platform) : listenToRecordings(options, platform);
+    const int result = isLive ? listenLive(options, platform) : FileListening(options, platform).run();
     awaitEvents(platform.http.get());
     // A recording that was not heard to its end is no success; a microphone has no other end.
     if (!isLive && Interruption::hasCome()) throw Interrupted();
@@ -258,6 +132,9 @@ Command addListen(CLI::App& sorvel) {
     app->add_option("--timeout", options->timeout_s,
                     "seconds to listen: to the microphone, or to each recording")
         ->check(seconds(1e9));
+    app->add_option("--jobs", options->jobs,
+                    "recordings heard at once, 1 to 256; without it, as many as there are cores")
+        ->check(CLI::Range(1, 256));
     CLI::Option_group* const live = app->add_option_group("Microphone");
     live->add_option("--device", options->device, "input by its name or a part of it (see sorvel devices)");
     live->add_flag("--or-demo", options->orDemo, "without a microphone, run the demonstration");

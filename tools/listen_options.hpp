@@ -23,6 +23,7 @@ struct ListenOptions {
     bool messages = false;
     bool hex = false;
     std::string protocolFile;
+    std::optional<int> jobs; ///< none: cores
 
     std::string device;
     std::optional<double> timeout_s;

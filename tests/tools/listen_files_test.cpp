@@ -1,0 +1,108 @@
+#include "platform/audio_file.hpp"
+#include "telemetry/Event.hpp"
+#include "telemetry/EventHub.hpp"
+#include "tests/support/fake_platform.hpp"
+#include "tests/tools/run_sorvel.hpp"
+#include "tools/file_listening.hpp"
+
+namespace {
+
+using testing::HasSubstr;
+
+class ManyFiles : public Sorvel {
+protected:
+    /// `count` recordings, of which each sixth is silent, damaged, missing, of another rate, or a pipe's.
+    void record(int count) {
+        for (int i = 0; i < count; ++i) {
+            const std::string n = std::to_string(i);
+            ASSERT_EQ(shell("sorvel send text_" + n + " --repeat 2 --gap 0 --rate " +
+                            (i % 6 == 3 ? "44100" : "48000") + " -o " + n + ".wav")
+                          .status,
+                      0);
+            if (i % 6 == 1) sox("-n -r 48000 " + n + ".wav trim 0 3");
+            if (i % 6 == 2) {
+                sox(n + ".wav " + n + ".flac");
+                const std::string flac = content(n + ".flac");
+                write(n + ".wav", flac.substr(0, flac.size() * 3 / 4));
+            }
+            if (i % 6 == 4) fs::remove(folder() + "/" + n + ".wav");
+            files += i % 6 == 5 ? " -" : " " + n + ".wav";
+        }
+    }
+    std::string files;
+};
+
+TEST_F(ManyFiles, HeardAtOnceGiveWhatTheyGiveOneByOne) {
+    record(14);
+    ASSERT_EQ(shell("sorvel send --message m --repeat 3 -o m.wav && cp m.wav n.wav").status, 0);
+    for (const std::string& arguments : std::vector<std::string>{
+             files, files + " --json --all", files + " --json --receiver deep", files + " --prefix text_1",
+             files + " --once --prefix text_8", files + " --timeout 4", " m.wav n.wav --messages --json"}) {
+        const std::string command = "sorvel listen" + arguments + " <5.wav --jobs ";
+        const Outcome one = shell(command + "1"), many = shell(command + "3");
+        EXPECT_NE(one.out, "") << arguments;
+        EXPECT_EQ(many.out, one.out) << arguments;
+        EXPECT_EQ(many.err, one.err) << arguments;
+        EXPECT_EQ(many.status, one.status) << arguments;
+    }
+}
+
+// A stream says at once what it hears, while files behind it are heard already; of a file that is
+// under way as the signal comes, what was read.
+TEST_F(ManyFiles, EndBySignalOrWhenTheirReaderIsGoneAsOneDoes) {
+    ASSERT_EQ(shell("sorvel send acme -o a.wav && sox -R -V1 a.wav b.raw pad 0 5 && mkfifo p").status, 0);
+    const Outcome signalled = shell("exec 9<>p; (trap '' INT; exec \"$SORVEL\" listen b.raw p b.raw b.raw "
+                                    "--jobs 3 --raw --rate 48000) & s=$!\n"
+                                    "cat b.raw >&9\n"
+                                    "kill -TERM $s; wait $s; echo $?");
+    EXPECT_EQ(signalled.out, "acme\nacme\n143\n");
+    EXPECT_EQ(signalled.err, "");
+    ASSERT_EQ(shell("sorvel send acme --repeat 600 -o long.wav").status, 0);
+    const Outcome under =
+        shell("(\"$SORVEL\" listen long.wav a.wav long.wav a.wav --jobs 2) >o & s=$!\n"
+              "until [ -s o ]; do sleep 0.01; done; kill -TERM $s; wait $s; echo $?; uniq o");
+    EXPECT_EQ(under.out, "143\nacme\n");
+    const Outcome gone =
+        shell("sorvel listen a.wav a.wav a.wav a.wav --jobs 2 | true; echo ${PIPESTATUS[0]}");
+    EXPECT_EQ(gone.out + gone.err, "0\n");
+}
+
+TEST_F(ManyFiles, SendTheirEventsInTheOrderOfTheFiles) {
+    using namespace sorvel;
+    EventHub::turnOn();
+    EventHub::setTokenHost("token.test");
+    EventHub::setEventHost("hub.test");
+    ListenOptions options;
+    options.prefix = "text";
+    std::vector<std::string> expected;
+    for (int i = 0; i < 9; ++i) {
+        const std::string text = "text_" + std::to_string(i), repeats = std::to_string(9 - i);
+        ASSERT_EQ(shell("sorvel send " + text + " --repeat " + repeats + " -o " + text + ".wav").status, 0);
+        options.files.push_back(folder() + "/" + text + ".wav");
+        expected.emplace_back("On");
+        expected.insert(expected.end(), 9U - static_cast<unsigned>(i), text);
+        expected.emplace_back("Off");
+    }
+    for (const int jobs : {1, 3}) {
+        options.jobs = jobs;
+        fake::Platform fake;
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(FileListening(options, fake.platform).run(), kDone);
+        EXPECT_THAT(testing::internal::GetCapturedStdout(), testing::StartsWith("text_0\ntext_0\n"));
+        std::vector<std::string> told;
+        for (const HttpRequest& request : fake.http->take()) {
+            if (request.method != "POST") continue;
+            const auto event = Event::decode(request.body, fake.platform).event;
+            ASSERT_TRUE(event);
+            const std::string data = event->Data.value_or(""), type = event->EventType.value_or("");
+            const std::size_t text = data.find("text_");
+            if (type == "Decoded")
+                told.push_back(data.substr(text, 6));
+            else if (type != "Initialisation")
+                told.push_back(type);
+        }
+        EXPECT_EQ(told, expected) << jobs;
+    }
+}
+
+} // namespace

@@ -1,0 +1,83 @@
+#include "tools/hearing.hpp"
+
+#include "platform/audio_file.hpp"
+#include "tools/deep_recording_decoder.hpp"
+#include "tools/interruption.hpp"
+#include "tools/recording_decoder.hpp"
+
+#include <algorithm>
+#include <limits>
+#include <span>
+#include <utility>
+
+namespace sorvel {
+
+namespace {
+
+constexpr int kHighestTone_hz = 19500;
+
+std::uint64_t framesToHear(const std::optional<double>& timeout_s, int rate_hz) {
+    if (!timeout_s) return std::numeric_limits<std::uint64_t>::max();
+    return static_cast<std::uint64_t>(*timeout_s * rate_hz);
+}
+
+} // namespace
+
+Hearing::Hearing(const ListenOptions& options) : m_options(options), m_receiver(makeReceiver()) {}
+
+std::unique_ptr<RecordingReceiver> Hearing::makeReceiver() {
+    const auto tell = [this](const auto& heard) { m_findings->take(heard); };
+    if (m_options.messages) return std::make_unique<MessageReceiver>(tell);
+    if (m_options.receiver == ReceiverKind::Deep)
+        return std::make_unique<DeepRecordingDecoder>(m_options.prefix, tell);
+    return std::make_unique<RecordingDecoder>(m_options.prefix, tell);
+}
+
+void Hearing::hear(const std::string& file, Findings& findings) {
+    m_findings = &findings;
+    RecordingEnded end;
+    bool hasBegun = false;
+    std::optional<HearingFailure> failure;
+    try {
+        go(file, end, hasBegun);
+    } catch (const AudioFileError& error) {
+        failure.emplace(error.what());
+    }
+    if (hasBegun) findings.take(end);
+    if (failure) findings.take(*std::move(failure));
+}
+
+/// @throws AudioFileError; what was heard before it has been told
+void Hearing::go(const std::string& file, RecordingEnded& end, bool& hasBegun) {
+    AudioFileReader reader(file, m_options.isRaw ? std::optional(m_options.raw) : std::nullopt);
+    const int rate_hz = reader.sampleRate_hz();
+    if (rate_hz < 2 * kHighestTone_hz)
+        m_findings->take(HearingWarning{file + " has " + std::to_string(rate_hz) +
+                                        " Hz: too few for tones up to 19.5 kHz; record at 44100 Hz or more"});
+
+    // Only what cannot be searched makes wait for more of it.
+    std::optional<Interruption::Input> input;
+    if (!reader.frames()) input.emplace(reader.descriptor());
+    m_block.resize(static_cast<std::size_t>(rate_hz) /
+                   10); // so that a live stream waits for no more than that
+    const std::uint64_t most = framesToHear(m_options.timeout_s, rate_hz);
+    m_findings->take(RecordingBegan{});
+    hasBegun = true;
+    Recording recording(*m_receiver, rate_hz);
+    std::uint64_t frames = 0;
+    while (!m_findings->isOver() && frames < most) {
+        const std::size_t n =
+            reader.read(std::span(m_block).first(std::min<std::uint64_t>(m_block.size(), most - frames)));
+        if (n == 0) break;
+        recording.take(std::span(m_block).first(n));
+        frames += n;
+        end.length_s = static_cast<double>(frames) / rate_hz;
+        m_findings->show({frames, rate_hz, reader.frames()});
+    }
+    recording.finish();
+    if (frames == 0 && most > 0 && !m_findings->isOver())
+        m_findings->take(HearingWarning{
+            file + " holds no samples; a recorder that was cut short may have left them to be read as raw"});
+}
+
+} // namespace sorvel
