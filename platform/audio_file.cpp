@@ -110,6 +110,9 @@ struct AudioFileReader::Source {
     Sound sound;
     std::vector<float> interleaved;
     std::string damage; // the library's words for it, once it was met
+
+    std::size_t take(float* target, std::size_t frames);
+    void tellDamage(std::size_t done) const;
 };
 
 namespace {
@@ -189,6 +192,35 @@ std::optional<std::uint64_t> AudioFileReader::frames() const noexcept {
     return static_cast<std::uint64_t>(m_source->info.frames);
 }
 
+/// At most `frames`; fewer may come before the end.
+std::size_t AudioFileReader::Source::take(float* target, std::size_t frames) {
+    const sf_count_t got =
+        soundFileFunctions().readf_float(sound.get(), target, static_cast<sf_count_t>(frames));
+    const std::size_t taken = std::min(frames, static_cast<std::size_t>(std::max<sf_count_t>(got, 0)));
+    // Asked at once: the library forgets an error when it is called again.
+    if (taken < frames && damage.empty() && soundFileFunctions().error(sound.get()) != SF_ERR_NO_ERROR)
+        damage = soundFileFunctions().strerror(sound.get());
+    return taken;
+}
+
+/// What was read before the damage is handed out first.
+void AudioFileReader::Source::tellDamage(std::size_t done) const {
+    if (done == 0 && !damage.empty()) cannotRead(path, "damaged or incomplete (" + damage + ")");
+}
+
+std::size_t AudioFileReader::readAll(std::span<float> interleaved) {
+    const std::size_t frames = interleaved.size() / static_cast<std::size_t>(channels());
+    std::size_t done = 0;
+    while (done < frames) {
+        const std::size_t n =
+            m_source->take(interleaved.data() + done * static_cast<std::size_t>(channels()), frames - done);
+        if (n == 0) break;
+        done += n;
+    }
+    m_source->tellDamage(done);
+    return done;
+}
+
 std::size_t AudioFileReader::read(std::span<float> mono) {
     const auto channels = static_cast<std::size_t>(m_source->info.channels);
     std::size_t done = 0;
@@ -197,13 +229,7 @@ std::size_t AudioFileReader::read(std::span<float> mono) {
             channels == 1 ? mono.size() - done : std::min(mono.size() - done, kPiece_frames);
         // One channel is read to where it is wanted.
         float* const target = channels == 1 ? mono.data() + done : m_source->interleaved.data();
-        const sf_count_t got =
-            soundFileFunctions().readf_float(m_source->sound.get(), target, static_cast<sf_count_t>(wanted));
-        const std::size_t frames = std::min(wanted, static_cast<std::size_t>(std::max<sf_count_t>(got, 0)));
-        // Asked at once: the library forgets an error when it is called again.
-        if (frames < wanted && m_source->damage.empty() &&
-            soundFileFunctions().error(m_source->sound.get()) != SF_ERR_NO_ERROR)
-            m_source->damage = soundFileFunctions().strerror(m_source->sound.get());
+        const std::size_t frames = m_source->take(target, wanted);
         if (frames == 0) break;
         if (channels == 1) {
             if (!m_source->isWhole) tame(mono.subspan(done, frames));
@@ -213,9 +239,7 @@ std::size_t AudioFileReader::read(std::span<float> mono) {
         }
         done += frames;
     }
-    // What was read before the damage is handed out first.
-    if (done == 0 && !m_source->damage.empty())
-        cannotRead(m_source->path, "damaged or incomplete (" + m_source->damage + ")");
+    m_source->tellDamage(done);
     return done;
 }
 

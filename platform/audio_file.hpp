@@ -1,4 +1,4 @@
-/// Sound from files and pipes as one channel of floats, and sound to WAV files and streams.
+/// Sound from files and pipes as floats, and sound to WAV files and streams.
 #pragma once
 
 #include <cstdint>
@@ -60,6 +60,9 @@ public:
     /// @return samples written; fewer than asked for only at the end, then 0
     /// @throws AudioFileError  when the data is damaged or cannot be read
     std::size_t read(std::span<float> mono);
+    /// Fills `interleaved`, a whole number of frames, with all channels, as they are stored.
+    /// @return frames written; otherwise as read
+    std::size_t readAll(std::span<float> interleaved);
 
 private:
     struct Source;

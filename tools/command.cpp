@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <sys/ioctl.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -29,6 +30,15 @@ std::string printable(std::string_view text) {
         if (isHigh || c < 0x20 || c == 0x7F) shown[i] = '?';
     }
     return shown;
+}
+
+/// The first `columns` characters of UTF-8, each counted as one wide.
+std::string cut(const std::string& text, std::size_t columns) {
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < text.size(); ++i)
+        if ((static_cast<unsigned char>(text[i]) & 0xC0U) != 0x80U && count++ == columns)
+            return text.substr(0, i);
+    return text;
 }
 
 constexpr std::array<std::pair<StoredFormat, const char*>, 4> kFormatNames{
@@ -114,7 +124,12 @@ void StatusLine::show(const std::function<std::string()>& text) {
     if (now < m_state->next) return;
     m_state->next = now + std::chrono::milliseconds(100);
     m_state->isShown = true;
-    std::fprintf(stderr, "\r\033[K%s", printable(text()).c_str());
+    std::fprintf(stderr, "\r\033[K%s", cut(printable(text()), columns() - 1).c_str());
+}
+
+std::size_t StatusLine::columns() const {
+    winsize size{};
+    return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
 }
 
 void StatusLine::clear() {

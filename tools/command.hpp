@@ -1,6 +1,7 @@
 /// What the subcommands of `sorvel` share: how they are called, how they end, and how they speak.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -70,8 +71,8 @@ void printLine(std::string_view line);
 /// as '?'.
 void printError(std::string_view text);
 
-/// A line on standard error that is written over again and again, when that is
-/// a terminal; else nothing.
+/// A line on standard error that is written over again and again, when that is a terminal; else nothing.
+/// It is cut where the terminal's ends, beyond which it could not be written over.
 class StatusLine {
 public:
     StatusLine();
@@ -82,6 +83,7 @@ public:
     /// Shows `text`, but no more than ten times a second.
     void show(const std::function<std::string()>& text);
     void clear();
+    std::size_t columns() const; ///< of the terminal now; 80 where it does not say
 
 private:
     struct State;

@@ -1,6 +1,7 @@
 #include "tools/hearing.hpp"
 
 #include "platform/audio_file.hpp"
+#include "tools/channel_reader.hpp"
 #include "tools/deep_recording_decoder.hpp"
 #include "tools/interruption.hpp"
 #include "tools/recording_decoder.hpp"
@@ -19,6 +20,12 @@ constexpr int kHighestTone_hz = 19500;
 std::uint64_t framesToHear(const std::optional<double>& timeout_s, int rate_hz) {
     if (!timeout_s) return std::numeric_limits<std::uint64_t>::max();
     return static_cast<std::uint64_t>(*timeout_s * rate_hz);
+}
+
+std::string inputName(const std::string& file) { return file == "-" ? "standard input" : file; }
+
+std::string count(int channels) {
+    return std::to_string(channels) + (channels == 1 ? " channel" : " channels");
 }
 
 } // namespace
@@ -55,21 +62,25 @@ void Hearing::go(const std::string& file, RecordingEnded& end, bool& hasBegun) {
         m_findings->take(HearingWarning{file + " has " + std::to_string(rate_hz) +
                                         " Hz: too few for tones up to 19.5 kHz; record at 44100 Hz or more"});
 
+    if (m_options.channel && *m_options.channel > static_cast<std::uint32_t>(reader.channels()))
+        throw AudioFileError(inputName(file) + " has " + count(reader.channels()) + ", no channel " +
+                             std::to_string(*m_options.channel) +
+                             "; give --channel another number, or leave it out for the best one");
+    ChannelReader channel(reader, m_options.channel);
+
     // Only what cannot be searched makes wait for more of it.
     std::optional<Interruption::Input> input;
     if (!reader.frames()) input.emplace(reader.descriptor());
-    m_block.resize(static_cast<std::size_t>(rate_hz) /
-                   10); // so that a live stream waits for no more than that
     const std::uint64_t most = framesToHear(m_options.timeout_s, rate_hz);
     m_findings->take(RecordingBegan{});
     hasBegun = true;
     Recording recording(*m_receiver, rate_hz);
     std::uint64_t frames = 0;
     while (!m_findings->isOver() && frames < most) {
-        const std::size_t n =
-            reader.read(std::span(m_block).first(std::min<std::uint64_t>(m_block.size(), most - frames)));
-        if (n == 0) break;
-        recording.take(std::span(m_block).first(n));
+        const std::span<const float> mono = channel.next();
+        if (mono.empty()) break;
+        const std::size_t n = std::min<std::uint64_t>(mono.size(), most - frames);
+        recording.take(mono.first(n));
         frames += n;
         end.length_s = static_cast<double>(frames) / rate_hz;
         m_findings->show({frames, rate_hz, reader.frames()});

@@ -12,7 +12,6 @@
 #include <optional>
 #include <string>
 #include <variant>
-#include <vector>
 
 namespace sorvel {
 
@@ -69,7 +68,6 @@ private:
     const ListenOptions& m_options;
     Findings* m_findings = nullptr; // of the present recording
     std::unique_ptr<RecordingReceiver> m_receiver;
-    std::vector<float> m_block;
 };
 
 } // namespace sorvel

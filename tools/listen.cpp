@@ -30,6 +30,7 @@ constexpr const char* kFooter =
     "recording to the end of the text) and file; with --receiver deep also snr_db (within 18 to 19.5 kHz), "
     "speed_m_s\n"
     "(of the source, closer is positive), echo (0 to 1) and margin (of belief, in nats).\n"
+    "Of several channels the one is heard in which a transmission stands out best; --channel takes another.\n"
     "Many recordings are heard at once, on as many cores as there are or --jobs says; what is printed stays "
     "in the\norder of the files.\n"
     "--once ends with the first text, from a microphone also when that goes away.\n"
@@ -135,6 +136,9 @@ Command addListen(CLI::App& sorvel) {
     app->add_option("--jobs", options->jobs,
                     "recordings heard at once, 1 to 256; without it, as many as there are cores")
         ->check(CLI::Range(1, 256));
+    app->add_option("--channel", options->channel,
+                    "the one to hear, from 1 on; without it, the one in which transmissions stand out best")
+        ->check(CLI::Range(1, AudioFileReader::kMaxChannels));
     CLI::Option_group* const live = app->add_option_group("Microphone");
     live->add_option("--device", options->device, "input by its name or a part of it (see sorvel devices)");
     live->add_flag("--or-demo", options->orDemo, "without a microphone, run the demonstration");

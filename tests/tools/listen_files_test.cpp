@@ -67,6 +67,41 @@ TEST_F(ManyFiles, EndBySignalOrWhenTheirReaderIsGoneAsOneDoes) {
     EXPECT_EQ(gone.out + gone.err, "0\n");
 }
 
+// In opposite phase the channels' sum is silence; a noise as strong as the tones hides them in it.
+TEST_F(ManyFiles, OfSeveralChannelsAreHeardInTheBestOrTheOneAskedFor) {
+    ASSERT_EQ(shell("sorvel send acme_1 -o t.wav").status, 0);
+    sox("t.wav a.wav pad 1 2");
+    sox("-n -r 48000 n.wav synth 6.464 whitenoise gain -12");
+    sox("-M a.wav -v -1 a.wav opposite.wav");
+    sox("a.wav right.wav remix 0 1");
+    sox("-M n.wav -v 0.3 a.wav noisy.wav");
+    sox("-M n.wav n.wav n.wav n.wav n.wav n.wav -v 0.3 a.wav n.wav seventh.wav");
+    ASSERT_EQ(shell("sorvel send --message hi -o t.wav").status, 0);
+    sox("-M t.wav -v -1 t.wav message.wav");
+    for (const auto& [file, heardIn] : {
+             std::pair{"opposite", "1"},
+             std::pair{"right",    "2"},
+             std::pair{"noisy",    "2"},
+             std::pair{"seventh",  "7"}
+    }) {
+        const std::string name = file, channels = name == "seventh" ? "8" : "2";
+        sox(name + ".wav -b 16 -e signed-integer " + name + ".raw");
+        for (const std::string receiver : {" --receiver classic", " --receiver deep"}) {
+            const std::string listen = "sorvel listen --prefix acme" + receiver;
+            const std::string raw = " - --raw --rate 48000 --channels " + channels;
+            EXPECT_EQ(shell(listen + " " + name + ".wav").out, "acme_1\n") << file << receiver;
+            EXPECT_EQ(shell("cat " + name + ".raw |" + listen + raw).out, "acme_1\n") << file << receiver;
+            EXPECT_EQ(shell(listen + " " + name + ".wav --channel " + heardIn).out, "acme_1\n") << file;
+        }
+    }
+    EXPECT_EQ(shell("sorvel listen message.wav --messages").out, "hi\n");
+    EXPECT_EQ(shell("sorvel listen right.wav --channel 1").status, 1);
+    const Outcome fewer = shell("sorvel listen right.wav seventh.wav --channel 7");
+    EXPECT_EQ(fewer.out, "acme_1\n");
+    EXPECT_EQ(fewer.status, 2);
+    EXPECT_THAT(fewer.err, testing::StartsWith("sorvel: right.wav has 2 channels, no channel 7;"));
+}
+
 TEST_F(ManyFiles, SendTheirEventsInTheOrderOfTheFiles) {
     using namespace sorvel;
     EventHub::turnOn();
