@@ -23,11 +23,13 @@ import statistics
 import subprocess
 import sys
 import tempfile
+import time
 
 SOURCE = pathlib.Path(__file__).resolve().parent.parent
 TEXT = "acme_1234"
 PERIOD_s, TEXT_s = 10, 3.264
 FRAME_ms = 1024 / 48
+STARTS = 20
 AT_48_kHz, AT_44_kHz, IDLE = (f"ListeningToFloats/{x}" for x in ("48000/5120/1", "44100/4410/1", "48000/5120/0"))
 BOTH, ALONE = "plain sum and transform, no vote", "plain transform, no vote"
 
@@ -114,6 +116,16 @@ def measure_process(figures, name, command, folder, seconds):
     figures[name, "s"].append(spent)
     figures[name, "MB"].append(int(peak.read_text().split()[-1]) * 1024 / 1e6)
     figures[name, "heard"].append(printed.decode(errors="replace").splitlines().count(TEXT))
+
+
+def measure_start(figures, sorvel):
+    """From the start of the process to its end, ms by the clock: what every call costs before it does anything."""
+    times_ms = []
+    for _ in range(STARTS):
+        before = time.perf_counter()
+        run(sorvel, "--version")
+        times_ms.append(1000 * (time.perf_counter() - before))
+    figures["start"].append(statistics.median(times_ms))
 
 
 def measure_library(figures, program, least_s):
@@ -212,6 +224,8 @@ nothing else at hand decodes this signal. Two modems for other signals run over 
 
 {table(("program", "x real time", "processor time, s", "peak memory, MB", "texts heard",
         *(f"ratio to {peer}" for peer in PEERS)), *whole)}
+- `sorvel --version` takes {spread(figures["start"])} ms from its start to its end, as this script sees it: the median
+  of {STARTS} in each round.
 """ + "".join(f"- {peer}.\n" for peer in PEERS.values())
 
 
@@ -268,6 +282,7 @@ def compare(options):
             print(f"Round {i + 1} of {rounds}", flush=True)
             for name, command in programs.items():
                 measure_process(figures, name, command, folder, seconds)
+            measure_start(figures, sorvel)
             measure_library(figures, benchmarks, 0.01 if options.quick else 0.05)
             measure_analysis(figures, analysis, 1 if options.quick else 3)
     head = (("machine", f"{processor()}, one core of {os.cpu_count()}; load average at the start {load:.1f}"),
