@@ -1,12 +1,16 @@
 #include "platform/cubeb_capture.hpp"
 
+#include "platform/channel_choice.hpp"
 #include "platform/cubeb_stream.hpp"
 
 #include <atomic>
 #include <exception>
 #include <mutex>
+#include <optional>
+#include <span>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace sorvel {
 
@@ -43,7 +47,8 @@ struct CubebCapture::State {
     void prepare();
     AudioResult start();
     void end() noexcept;
-    void read(CubebStream& input, AudioBuffer block) noexcept;
+    class Channels;
+    void read(Channels& channels, AudioBuffer block) noexcept;
     void deliver(const AudioBuffer& block, double time_s);
     void lose(EngineEnd end, const char* how) noexcept;
     void close(std::string error) noexcept;
@@ -67,6 +72,39 @@ struct CubebCapture::State {
 
     std::mutex tapMutex; // the capture thread only tries it
     TapBlock tap;
+};
+
+/// An input's sound as one channel.
+class CubebCapture::State::Channels {
+public:
+    /// @throws AudioDeviceError  when it does not have the one that is asked for
+    Channels(CubebStream& input, std::optional<std::uint32_t> channel, std::uint32_t longest_frames)
+        : m_input(&input), m_count(input.channelCount()), m_isGiven(channel.has_value()),
+          m_channel(channel.value_or(1) - 1), m_choice(input.rate_hz(), m_count),
+          m_interleaved(std::size_t{longest_frames} * m_count) {
+        if (m_channel >= m_count)
+            throw AudioDeviceError(input.name() + " gives " + std::to_string(m_count) +
+                                   (m_count == 1 ? " channel" : " channels") + ", no channel " +
+                                   std::to_string(m_channel + 1) + "; leave --channel out for the best one");
+    }
+
+    CubebStream& input() const noexcept { return *m_input; }
+    /// On the capture thread. @return whether there was enough to fill `mono`
+    bool take(std::span<float> mono) noexcept {
+        if (m_count == 1) return m_input->take(mono);
+        const std::span<float> interleaved = std::span(m_interleaved).first(mono.size() * m_count);
+        if (!m_input->take(interleaved)) return false;
+        takeChannel(interleaved, m_count, m_isGiven ? m_channel : m_choice.look(interleaved), mono);
+        return true;
+    }
+
+private:
+    CubebStream* m_input;
+    std::size_t m_count;
+    bool m_isGiven;
+    std::size_t m_channel;
+    ChannelChoice m_choice;
+    std::vector<float> m_interleaved;
 };
 
 // --- the application's thread
@@ -128,7 +166,7 @@ CaptureStatus CubebCapture::State::currentStatus() const {
 AudioFormat CubebCapture::State::format() const {
     const std::lock_guard lock(statusMutex);
     if (status.device.empty()) return {SampleType::Float32, 48000.0, 1, true};
-    return {SampleType::Float32, status.rate_hz, status.channelCount, true};
+    return {SampleType::Float32, status.rate_hz, 1, true};
 }
 
 void CubebCapture::State::setStream(std::shared_ptr<CubebStream> next, std::string error) {
@@ -162,8 +200,10 @@ AudioResult CubebCapture::State::start() {
         stream->start();
         isStopping = false;
         isRunning = true;
-        reader = std::thread(
-            [this, &input = *stream, block = std::move(block)]() mutable { read(input, std::move(block)); });
+        Channels channels(*stream, options.channel, lengths.longest());
+        reader = std::thread([this, block = std::move(block), channels = std::move(channels)]() mutable {
+            read(channels, std::move(block));
+        });
         return AudioResult::success();
     } catch (const std::exception& error) {
         isRunning = false;
@@ -206,7 +246,8 @@ void CubebCapture::State::close(std::string error) noexcept {
 
 /// Takes blocks of 100 ms from the ring until it is stopped or the input ends. Between blocks: no
 /// allocation, no lock but one that is only tried, no message. The wait for sound is the only one.
-void CubebCapture::State::read(CubebStream& input, AudioBuffer block) noexcept {
+void CubebCapture::State::read(Channels& channels, AudioBuffer block) noexcept {
+    CubebStream& input = channels.input();
     const AudioFormat form = block.format();
     BlockLengths lengths(form.sampleRate);
     std::uint64_t delivered_frames = 0;
@@ -214,7 +255,7 @@ void CubebCapture::State::read(CubebStream& input, AudioBuffer block) noexcept {
     int quietWaits = 0;
     for (std::uint32_t wanted = lengths.next(); !isStopping;) {
         quietWaits = input.wait(kWait_s) ? 0 : quietWaits + 1;
-        while (!isStopping && input.take(block.floatSamples(0).first(wanted * form.channelCount))) {
+        while (!isStopping && channels.take(block.floatSamples(0).first(wanted))) {
             block.setFrameLength(wanted);
             deliver(block, static_cast<double>(delivered_frames) / form.sampleRate);
             delivered_frames += wanted;

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace sorvel {
@@ -25,6 +26,8 @@ struct CaptureOptions {
     /// An InputDevice's name, or a part of its name or description that fits no
     /// other; empty: the default.
     std::string device;
+    /// Of an input with two channels: 1 or 2; none: the better one, see ChannelChoice.
+    std::optional<std::uint32_t> channel = std::nullopt;
     /// Sees each block of 100 ms before the tap does, with or without one; on the capture thread,
     /// under the tap's rules.
     std::function<void(const AudioBuffer&)> observer;
@@ -35,16 +38,16 @@ struct CaptureOptions {
 
 /// Of the present start of capture, or else of the last one.
 struct CaptureStatus {
-    std::string device;   ///< the name of the input that it is on; empty: none was found
-    double rate_hz = 0.0; ///< that it was opened with
-    std::uint32_t channelCount = 0;
+    std::string device;              ///< the name of the input that it is on; empty: none was found
+    double rate_hz = 0.0;            ///< that it was opened with
+    std::uint32_t channelCount = 0;  ///< that were opened, of which one is heard
     std::uint64_t overruns = 0;      ///< times that sound was lost, because the machine was not fast enough
     std::uint64_t droppedFrames = 0; ///< how much of it is known
     std::string error; ///< one line: why it did not start, or ended by itself; empty: it did not
 };
 
 /// From the library's thread sound goes through a ring of 2 s to the capture thread, which is this
-/// engine's own and calls the tap with blocks of 100 ms, at most two channels, interleaved. A tap
+/// engine's own and calls the tap with blocks of 100 ms: one channel, of at most two that are opened. A tap
 /// that falls behind by more loses sound, which is counted.
 ///
 /// An input that goes away, or that delivers nothing for 0.9 s (from a server 2.5 s), ends the

@@ -90,7 +90,7 @@ std::vector<CubebInput> CubebLibrary::inputs() const {
             const cubeb_device_info& info = listed.device[at];
             CubebInput input{text(info.device_id), text(info.friendly_name),
                              isBackend("alsa") ? 0.0 : info.default_rate, // always told to be 44100 there
-                             isServed() ? 1 : std::min(info.max_channels, kMostChannels)};
+                             std::clamp(info.max_channels, 1U, kMostChannels)};
             input.isDefault =
                 chosen.empty() ? (info.preferred & CUBEB_DEVICE_PREF_MULTIMEDIA) != 0 : input.name == chosen;
             input.isMonitor = isServed() && input.name.ends_with(".monitor");

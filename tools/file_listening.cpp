@@ -107,9 +107,7 @@ void FileListening::take(const std::exception_ptr& exception) { std::rethrow_exc
 
 bool FileListening::isOver() const { return isEnough() || Interruption::hasCome(); }
 
-void FileListening::print(const Heard& heard) {
-    say(m_options.json ? jsonLine(heard, m_file) : heard.text);
-}
+void FileListening::print(const Heard& heard) { say(m_options.json ? jsonLine(heard, m_file) : heard.text); }
 
 void FileListening::say(const std::string& line) {
     m_wasHeard = true;

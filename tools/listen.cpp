@@ -30,6 +30,8 @@ constexpr const char* kFooter =
     "recording to the end of the text) and file; with --receiver deep also snr_db (within 18 to 19.5 kHz), "
     "speed_m_s\n"
     "(of the source, closer is positive), echo (0 to 1) and margin (of belief, in nats).\n"
+    "From a microphone time counts from the start of listening, file is the input's name, and at the time of "
+    "day.\n"
     "Of several channels the one is heard in which a transmission stands out best; --channel takes another.\n"
     "Many recordings are heard at once, on as many cores as there are or --jobs says; what is printed stays "
     "in the\norder of the files.\n"

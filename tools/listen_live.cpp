@@ -7,6 +7,7 @@
 #include "tools/command.hpp"
 #include "tools/heard_line.hpp"
 #include "tools/interruption.hpp"
+#include "tools/level_line.hpp"
 #include "tools/listen_options.hpp"
 #include "tools/text_replay.hpp"
 
@@ -14,8 +15,6 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <cmath>
-#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -143,7 +142,7 @@ private:
         ++m_heard;
         m_status.clear();
         printLine(m_options.json ? jsonLine(Heard{text, elapsed_s(), m_latest->circumstancesOf(text)},
-                                            m_capture->status().device)
+                                            m_capture->status().device, std::chrono::system_clock::now())
                                  : text);
     }
 
@@ -182,18 +181,9 @@ private:
     }
 
     std::string meterLine() const {
-        constexpr int kCells = 24;
-        constexpr double kLowest_dbfs = -96.0;
-        const double level = m_meter->level_dbfs();
-        const int lit =
-            static_cast<int>(std::lround(kCells * std::clamp(1.0 - level / kLowest_dbfs, 0.0, 1.0)));
-        std::string bar(static_cast<std::size_t>(lit), '#');
-        bar.resize(kCells, '.');
-        std::array<char, 96> text{};
-        std::snprintf(text.data(), text.size(), "[%s] %4.0f dBFS at 18-19.5 kHz, %d heard", bar.c_str(),
-                      level, m_heard);
-        const auto lost = m_capture->status().overruns;
-        return text.data() + (lost > 0 ? ", sound lost " + std::to_string(lost) + " times" : std::string());
+        return levelLine(
+            {.level_dbfs = m_meter->level_dbfs(), .heard = m_heard, .lost = m_capture->status().overruns},
+            m_status.columns());
     }
 
     const ListenOptions& m_options;
@@ -215,6 +205,7 @@ int listenLive(const ListenOptions& options, const Platform& platform) {
     const auto meter = std::make_shared<BandLevel>();
     const auto capture =
         CubebCapture::make({.device = options.device,
+                            .channel = options.channel,
                             .observer = [meter](const AudioBuffer& block) { meter->hear(block); },
                             .lines = nullptr});
     if (!capture->start().succeeded()) {
