@@ -26,14 +26,14 @@ struct CaptureOptions {
     /// An InputDevice's name, or a part of its name or description that fits no
     /// other; empty: the default.
     std::string device;
-    /// Of an input with two channels: 1 or 2; none: the better one, see ChannelChoice.
-    std::optional<std::uint32_t> channel = std::nullopt;
     /// Sees each block of 100 ms before the tap does, with or without one; on the capture thread,
     /// under the tap's rules.
     std::function<void(const AudioBuffer&)> observer;
     /// Told in one line when capture ends by itself, on a thread that nothing waits for, and at its
     /// end when sound was lost; null: nobody.
     std::shared_ptr<ProgressLines> lines = standardErrorLines();
+    /// Of an input with two channels: 1 or 2; none: the better one, see ChannelChoice.
+    std::optional<std::uint32_t> channel = std::nullopt;
 };
 
 /// Of the present start of capture, or else of the last one.

@@ -205,9 +205,9 @@ int listenLive(const ListenOptions& options, const Platform& platform) {
     const auto meter = std::make_shared<BandLevel>();
     const auto capture =
         CubebCapture::make({.device = options.device,
-                            .channel = options.channel,
                             .observer = [meter](const AudioBuffer& block) { meter->hear(block); },
-                            .lines = nullptr});
+                            .lines = nullptr,
+                            .channel = options.channel});
     if (!capture->start().succeeded()) {
         printError(obstacle(*capture));
         if (!options.orDemo) return kFailed;

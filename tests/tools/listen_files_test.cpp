@@ -4,6 +4,11 @@
 #include "tests/support/fake_platform.hpp"
 #include "tests/tools/run_sorvel.hpp"
 #include "tools/file_listening.hpp"
+#include "tools/heard_line.hpp"
+#include "tools/level_line.hpp"
+
+#include <chrono>
+#include <ctime>
 
 namespace {
 
@@ -138,6 +143,32 @@ TEST_F(ManyFiles, SendTheirEventsInTheOrderOfTheFiles) {
         }
         EXPECT_EQ(told, expected) << jobs;
     }
+}
+
+TEST(LevelLine, FitsAnyTerminalAndShowsTheLevelInEach) {
+    using namespace sorvel;
+    for (std::size_t columns = 0; columns < 120; ++columns) {
+        const LevelShown shown{.level_dbfs = -120.0, .heard = 12345, .lost = 17};
+        EXPECT_LT(levelLine(shown, columns).size(), std::max<std::size_t>(columns, 1)) << columns;
+    }
+    EXPECT_EQ(levelLine({.level_dbfs = -48.0, .heard = 3}, 60),
+              "[############............] -48 dBFS at 18-19.5 kHz, 3 heard");
+    EXPECT_EQ(levelLine({.level_dbfs = 0.0, .heard = 3}, 24), "[##############] 0 dBFS");
+}
+
+TEST(HeardLine, TellsTheTimeOfDayWithItsOffset) {
+    const auto at = std::chrono::system_clock::time_point(std::chrono::milliseconds(1795622400007));
+    for (const auto& [zone, told] : {
+             std::pair{"UTC",     "+00:00"},
+             std::pair{"IST-05:30", "+05:30"}
+    }) {
+        ::setenv("TZ", zone, 1);
+        ::tzset();
+        const std::string line = sorvel::jsonLine(sorvel::Heard{"a", 1.5}, "mic", at);
+        EXPECT_THAT(line, testing::MatchesRegex(".*\"at\":\"2026-11-2[0-9]T[0-9:]+\\.007\\" +
+                                                std::string(told) + "\".*"));
+    }
+    ::unsetenv("TZ");
 }
 
 } // namespace
