@@ -34,7 +34,7 @@ private:
     void take(const RecordingEnded& end);
     void take(const HearingWarning& warning);
     void take(const HearingFailure& failure);
-    static void take(const std::exception_ptr& exception);
+    [[noreturn]] void take(const std::exception_ptr& exception);
 
     bool isEnough() const { return m_options.once && m_wasHeard; }
     void print(const Heard& heard);

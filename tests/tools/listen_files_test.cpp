@@ -159,7 +159,7 @@ TEST(LevelLine, FitsAnyTerminalAndShowsTheLevelInEach) {
 TEST(HeardLine, TellsTheTimeOfDayWithItsOffset) {
     const auto at = std::chrono::system_clock::time_point(std::chrono::milliseconds(1795622400007));
     for (const auto& [zone, told] : {
-             std::pair{"UTC",     "+00:00"},
+             std::pair{"UTC",       "+00:00"},
              std::pair{"IST-05:30", "+05:30"}
     }) {
         ::setenv("TZ", zone, 1);
