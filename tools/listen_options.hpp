@@ -23,7 +23,7 @@ struct ListenOptions {
     bool messages = false;
     bool hex = false;
     std::string protocolFile;
-    std::optional<int> jobs;    ///< none: cores
+    std::optional<int> jobs;              ///< none: cores
     std::optional<std::uint32_t> channel; ///< from 1 on; none: the best
 
     std::string device;
