@@ -4,12 +4,15 @@
 #   make test     builds and runs every test
 #   make bench    measures beside other programs: docs/performance.md and .svg, some 4 minutes
 #   make hearing  measures how far the receivers hear: docs/hearing.md and its pictures, some 2 hours
-#   make clean    removes build/
+#   make web      builds the npm package and the page in web/dist, for browsers
+#   make web-serve  ... and serves the page at http://127.0.0.1:8765
+#   make web-test   ... and tests them in a browser, against the command as well
+#   make clean    removes build/ and what `make web` made
 
 JOBS ?= $(shell nproc)
 BUILD := build/release
 .DEFAULT_GOAL := listen
-.PHONY: listen test bench hearing build clean
+.PHONY: listen test bench hearing web web-serve web-test build clean
 
 build/packages-%: cmake/packages.txt cmake/install-packages.sh
 	cmake/install-packages.sh $*
@@ -37,5 +40,21 @@ hearing: build/packages-build build/packages-bench
 	cmake --build build/bench -j $(JOBS) --target hearing
 	python3 bench/hearing/report.py --build build/bench --output docs
 
+web: build/packages-web
+	@mkdir -p build
+	web/build.sh $(CURDIR)/build/web
+
+web-serve: web
+	node web/serve.mjs 8765
+
+# The command is made here too: tests hear what it sends, and the other way round.
+web-test: web build build/packages-test web/node_modules
+	cd web && SORVEL=$(CURDIR)/$(BUILD)-user/tools/sorvel node --test test/*.test.mjs
+
+web/node_modules: web/package-lock.json
+	command -v npm >/dev/null || cmake/install-packages.sh npm
+	cd web && npm ci --no-audit --no-fund
+	@touch $@
+
 clean:
-	rm -rf build
+	rm -rf build web/dist

@@ -135,9 +135,9 @@ void MotionGate::push(const float* re, const float* im, std::uint64_t row) noexc
 }
 
 float MotionGate::bestPath() const noexcept {
-    const std::uint64_t rows = std::min<std::uint64_t>(kRows, m_row + 1 - m_firstRow);
-    return bestOf<std::tuple_size_v<Path>>(m_scores.data(), kRows, (m_row + 1 - rows) % kRows, rows, kPad,
-                                           kShifts);
+    const auto rows = static_cast<std::size_t>(std::min<std::uint64_t>(kRows, m_row + 1 - m_firstRow));
+    const auto first = static_cast<std::size_t>((m_row + 1 - rows) % kRows);
+    return bestOf<std::tuple_size_v<Path>>(m_scores.data(), kRows, first, rows, kPad, kShifts);
 }
 
 /// The oldest first: by then it is known best.
