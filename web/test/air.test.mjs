@@ -22,7 +22,7 @@ test("the page hears what the command plays, and the command what the page plays
         const { stdout } = await run("pactl", ["list", "short", "source-outputs"], { env: { ...process.env, ...env } });
         return stdout.trim().split("\n").length === 2; // the browser's and the command's
     });
-    await page.getByLabel("Text").fill("Acme Page");
+    await page.getByRole("textbox", { name: "Text" }).fill("Acme Page");
     await page.getByRole("button", { name: "Send" }).click();
     await page.getByText("Sent “acme page”.").waitFor();
     assert.equal(await native.ended, 0, native.output());

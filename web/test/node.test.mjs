@@ -119,6 +119,30 @@ test("sound that is no number is silence, and hurts nothing that follows", async
     }
 });
 
+test("memory does not grow while it hears: the audio thread's view of it stays", async () => {
+    const module = await WebAssembly.compile(readFileSync(join(web, "dist", "sorvel.wasm")));
+    const sent = await Sorvel.waveform("acme_1234");
+    for (const receiver of [0, 1]) {
+        const wasm = new WebAssembly.Instance(module, {
+            env: { emscripten_notify_memory_growth() {} }, wasi_snapshot_preview1: { proc_exit() {} },
+        }).exports;
+        wasm._initialize();
+        const prefix = wasm.room(1);
+        new Uint8Array(wasm.memory.buffer)[prefix] = 0;
+        assert.equal(wasm.listen(48000, 1, receiver, prefix), 0);
+        const block = wasm.room(4 * 1024);
+        const view = new Float32Array(wasm.memory.buffer, block, 1024);
+        let heard = 0;
+        for (let from = 0; from < sent.length + 48000; from += 1024) {
+            for (let i = 0; i < view.length; ++i) view[i] = (sent[from + i] ?? 0) + 0.01 * Math.sin((from + i) ** 2);
+            assert.equal(wasm.push(block, view.length), 0);
+            heard += wasm.poll();
+        }
+        assert.equal(heard, 1); // it did the work
+        assert.equal(view.length, 1024); // a view of memory that grew has 0
+    }
+});
+
 test("the packed package serves a stranger: the README's program, and his types", async (context) => {
     const folder = temporaryFolder(context);
     const { stdout } = await run("npm", ["pack", "--offline", "--pack-destination", folder, "--json"], { cwd: web });
