@@ -14,7 +14,8 @@ namespace sorvel::detail {
                                          const char* expression) noexcept {
 #ifdef __EMSCRIPTEN__
     // In a browser nobody reads standard error, and what formats the line would have to be loaded: 5 kB.
-    static_cast<void>(function), static_cast<void>(file), static_cast<void>(line), static_cast<void>(expression);
+    static_cast<void>(function), static_cast<void>(file);
+    static_cast<void>(line), static_cast<void>(expression);
     __builtin_trap();
 #else
     std::fprintf(stderr, "Assertion failed: (%s), function %s, file %s, line %d.\n", expression, function,

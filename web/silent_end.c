@@ -1,5 +1,5 @@
-/* What the C++ library calls when it cannot go on, and what it would then print. Nothing is printed here, and with
- * this in its place what formats the line stays out: the instance ends with a trap. */
+/* What the C++ library calls when it cannot go on, to print a line. Here the instance ends with a trap, and
+ * what formats the line is not loaded. */
 #include <stdlib.h>
 
 void abort_message(const char* format, ...) __attribute__((noreturn));
