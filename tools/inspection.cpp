@@ -136,8 +136,11 @@ Choice likeliest(const Report& report, const std::vector<Sighting>& sightings) {
 }
 
 Choice chosen(const Report& report, const std::vector<Sighting>& sightings) {
-    const Choice wanted = agreeing(report, sightings, [](const Text& text) { return text.isWanted; });
-    return wanted.sighting != nullptr ? wanted : likeliest(report, sightings);
+    const auto isWanted = [](const Text& text) { return text.isWanted; };
+    const Choice wanted = agreeing(report, sightings, isWanted);
+    // Beside a text that was heard, a candidate that does not agree with it would only mislead.
+    const bool isHeard = std::any_of(report.texts.begin(), report.texts.end(), isWanted);
+    return wanted.sighting != nullptr || isHeard ? wanted : likeliest(report, sightings);
 }
 
 /// Which nibbles it shows, by the view that has the most right where the text is known.

@@ -27,6 +27,7 @@ constexpr Colour kWanted{0x0B62A8}, kOther{0x7A7A7A}, kWrong{0xC24A00}, kBest{0x
 constexpr std::size_t kShades = 12; // few, so that the picture stays small
 constexpr double kRange_db = 30.0;  // of the shades
 constexpr double kOverNoise_db = 2.0;
+constexpr double kMost_db = 45.0; // from the darkest to what is loud
 
 struct Rgb {
     double red, green, blue;
@@ -139,14 +140,19 @@ private:
         for (std::size_t column = 0; column < m_spectrogram.columns(); ++column)
             for (std::size_t row = 0; row < Spectrogram::kRows; row += 3)
                 levels.push_back(level_db(column, row));
-        const auto at = levels.begin() + static_cast<std::ptrdiff_t>(levels.size() / 2);
-        std::nth_element(levels.begin(), at, levels.end());
-        return *at + kOverNoise_db;
+        const auto rank = [&levels](double share) {
+            const auto at = static_cast<std::ptrdiff_t>(share * static_cast<double>(levels.size() - 1));
+            std::nth_element(levels.begin(), levels.begin() + at, levels.end());
+            return levels[static_cast<std::size_t>(at)];
+        };
+        // Without noise, what tones leave beside them would all be bright.
+        return std::max(rank(0.5) + kOverNoise_db, rank(0.99) - kMost_db);
     }
 
     void frequencies() {
-        for (double hz = 17000.0; hz <= 20500.0; hz += 500.0) {
-            const bool isEdge = hz == 18000.0 || hz == 19500.0; // of the tones
+        for (int tick_hz = 17000; tick_hz <= 20500; tick_hz += 500) {
+            const bool isEdge = tick_hz == 18000 || tick_hz == 19500; // of the tones
+            const double hz = tick_hz;
             const double at = std::clamp(y(hz), kTop, kBottom);
             m_picture.line({kLeft - 5, at}, {kLeft, at}, kGrey);
             m_picture.text({kLeft - 8, at + 4}, formatted("%.1f", hz / 1000.0),
@@ -166,8 +172,10 @@ private:
              {2.0, 2.5, 2.0, 2.0, 2.5, 2.0, 3.0, 2.0, 5.0, 2.0, 3.0, 2.0, 5.0, 2.0, 6.0})
             if (length_s / step_s > kMost) step_s *= factor;
         while (length_s / step_s > kMost) step_s *= 2.0;
-        for (double time_s = std::ceil(m_part.from_s / step_s - 1e-6) * step_s; time_s <= m_part.to_s + 1e-6;
-             time_s += step_s) {
+        const auto last = std::floor(m_part.to_s / step_s + 1e-6);
+        for (auto step = std::lround(std::ceil(m_part.from_s / step_s - 1e-6)); step <= std::lround(last);
+             ++step) {
+            const double time_s = static_cast<double>(step) * step_s;
             m_picture.line({x(time_s), kBottom}, {x(time_s), kBottom + 5}, kGrey);
             m_picture.text({x(time_s), kBottom + 18},
                            formatted(step_s < 1.0 ? "%.1f" : "%.0f", time_s + 1e-9),
@@ -241,7 +249,7 @@ private:
         };
         entry({10, 1.0, false}, "clear, 90 % sure and more");
         entry({10, 0.5, false}, "unclear");
-        if (!m_report.best->text.empty()) entry({10, 0.2, true}, "another one was sent");
+        if (m_report.best && !m_report.best->text.empty()) entry({10, 0.2, true}, "another one was sent");
     }
 
     void facts(const Best& best) {

@@ -65,6 +65,7 @@ std::string receiverWords(const Text& text) {
 }
 
 std::string reason(const Report& report) {
+    const int clear = report.best ? report.best->clearNibbles() : 0;
     switch (report.verdict) {
     case Verdict::Heard:
         return "heard";
@@ -77,15 +78,14 @@ std::string reason(const Report& report) {
     case Verdict::CheckByteWrong:
         return "check byte wrong";
     case Verdict::TooUnclear:
-        return formatted("%d of %zu nibbles clear, %d needed", report.best->clearNibbles(), deep::kNibbles,
-                         kNeededNibbles);
+        return formatted("%d of %zu nibbles clear, %d needed", clear, deep::kNibbles, kNeededNibbles);
     case Verdict::NoText:
-        return formatted("%d of %zu nibbles clear, but no text fits them", report.best->clearNibbles(),
-                         deep::kNibbles);
+        return formatted("%d of %zu nibbles clear, but no text fits them", clear, deep::kNibbles);
     case Verdict::Missed:
         return inQuotes(report.detail) + " can be read, but was not delivered in passing";
     case Verdict::BandRemoved:
-        return formatted("nothing above %.0f Hz: the band was removed", *report.band.nothingAbove_hz);
+        return formatted("nothing above %.0f Hz: the band was removed",
+                         report.band.nothingAbove_hz.value_or(0.0));
     case Verdict::Whistle:
         return formatted("no transmission, but a whistle at %.0f Hz",
                          report.band.whistles.front().frequency_hz);
@@ -105,7 +105,7 @@ std::vector<std::string> notes(const Report& report) {
     if (report.band.nothingAbove_hz)
         result.push_back(formatted("what is above %.0f Hz was removed, as MP3, messengers and noise "
                                    "suppression do: record without them, as WAV or FLAC",
-                                   *report.band.nothingAbove_hz));
+                                   report.band.nothingAbove_hz.value_or(0.0)));
     if (report.verdict == Verdict::OtherPrefix)
         result.push_back("leave --prefix out, or give the one that was sent: " + inQuotes(report.prefix) +
                          " was asked for");
