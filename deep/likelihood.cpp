@@ -56,7 +56,10 @@ constexpr int kModels = 2 * kRatios + kEchoRatios * static_cast<int>(kEchoes.siz
 
 /// A way through the air, as far as a model of it is told by a number; without evidence.
 Air modelled(int model) {
-    if (model < 2 * kRatios) return {4.0F + 1.5F * static_cast<float>(model / 2), 0.0F, model % 2 == 1, 0.0F};
+    if (model < 2 * kRatios) {
+        const int ratio = model / 2;
+        return {4.0F + 1.5F * static_cast<float>(ratio), 0.0F, model % 2 == 1, 0.0F};
+    }
     const int echo = model - 2 * kRatios;
     return {static_cast<float>(4 + 4 * (echo % kEchoRatios)),
             kEchoes[static_cast<std::size_t>(echo / kEchoRatios)], true, -kEchoPenalty};

@@ -86,7 +86,7 @@ private:
     static constexpr int kTogether = 3;                     // offsets a chunk apart share their rows
 
     /// In the workspace, until there is a path.
-    struct Work {
+    struct Work {                   // NOLINT(cppcoreguidelines-pro-type-member-init): the parts fill it
         ChirpScores::Memory chirps; ///< lines, before there are any chirps, are filtered in its factors
         Trellis::Memory paths;
         std::array<Trellis, kTogether> trellises;

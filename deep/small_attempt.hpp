@@ -42,8 +42,8 @@ private:
     /// What is known once the place is.
     struct Hearing {
         explicit Hearing(const Texts& texts) : decoder(texts) {}
-        ToneEnergies energies;
-        Scores scores;
+        ToneEnergies energies{};
+        Scores scores{};
         AirSearch search;
         Decoder decoder;
     };

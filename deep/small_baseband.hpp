@@ -30,10 +30,10 @@ public:
 
 private:
     struct Block {
-        std::array<std::int8_t, kBlock> re, im;
+        std::array<std::int8_t, kBlock> re{}, im{};
     };
-    std::array<Block, kBlocks> m_blocks;
-    std::array<ShortFloat, kBlocks> m_scales;
+    std::array<Block, kBlocks> m_blocks{};
+    std::array<ShortFloat, kBlocks> m_scales{};
     std::size_t m_oldest = 0;
     std::int64_t m_end = 0;
 };

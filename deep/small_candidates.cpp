@@ -122,7 +122,7 @@ Candidates::Best Candidates::best() const noexcept {
 bool Candidates::hasManyChunks(std::int64_t row, std::size_t shift) const noexcept {
     int clear = 0;
     for (std::size_t chunk = 0; chunk < kChunks; ++chunk)
-        clear += kValues[m_rows[slot(row - kAges[chunk][shift])][shift]] > kClear * kUnit ? 1 : 0;
+        clear += static_cast<float>(kValues[m_rows[slot(row - kAges[chunk][shift])][shift]]) > kClear * kUnit;
     return clear >= kFewestClear;
 }
 

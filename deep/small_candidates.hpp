@@ -41,9 +41,9 @@ private:
     };
     Best best() const noexcept;
 
-    std::array<std::array<std::uint8_t, kShifts>, kRows> m_rows;
+    std::array<std::array<std::uint8_t, kShifts>, kRows> m_rows{};
     std::int64_t m_next = 0;
-    std::array<Best, 2 * kPatience + 1> m_bests; // of the last rows
+    std::array<Best, 2 * kPatience + 1> m_bests{}; // of the last rows
 };
 
 } // namespace sorvel::deep::small

@@ -19,7 +19,7 @@ public:
     }
 
 private:
-    std::array<std::array<Allowed, encoding::kMaxTextLength + 1>, 2> m_allowed;
+    std::array<std::array<Allowed, encoding::kMaxTextLength + 1>, 2> m_allowed{};
     std::size_t m_prefixLength = 0;
 };
 

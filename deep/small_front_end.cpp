@@ -52,8 +52,9 @@ FrontEnd::FrontEnd(double rate_hz)
     : m_phaseStep(static_cast<std::uint64_t>(std::ldexp(kCentre_hz / rate_hz, 64))) {
     double held_hz = rate_hz;
     double offset = 0.0; // of held sample 0 from the device's, in held samples
-    for (; held_hz > kHighest_hz; held_hz /= 2.0) {
+    while (held_hz > kHighest_hz) {
         ++m_halvings;
+        held_hz /= 2.0;
         offset = (offset - 0.5) / 2.0;
     }
     const double entries = BandFilter::kRate_hz / held_hz;
@@ -91,7 +92,7 @@ void FrontEnd::mix(std::span<const Sample>& samples) noexcept {
                         static_cast<float>(static_cast<std::uint32_t>(m_phase >> 40U));
     const float c = std::cos(angle);
     const float s = std::sin(angle);
-    std::array<float, kPiece> re, im;
+    std::array<float, kPiece> re{}, im{};
     for (std::size_t i = 0; i < count; ++i) {
         const float x = full(samples[i]);
         re[i] = x * (c * m_cosines[i] - s * m_sines[i]);

@@ -56,9 +56,9 @@ private:
     float m_gain;
     std::size_t m_reach; // taps to either side
 
-    std::array<float, kPiece> m_cosines, m_sines; // of the centre
-    std::array<Halving, 3> m_halving;
-    std::array<float, kHeld> m_re, m_im; // mixed down
+    std::array<float, kPiece> m_cosines{}, m_sines{}; // of the centre
+    std::array<Halving, 3> m_halving{};
+    std::array<float, kHeld> m_re{}, m_im{}; // mixed down
     std::size_t m_held = 0;
     std::uint64_t m_phase = 0;
     std::int64_t m_next = 0; // middle of the next output

@@ -59,11 +59,11 @@ private:
     void deliver(const Found& found) noexcept;
 
     small::FrontEnd m_frontEnd;
-    std::array<float, kBlock> m_re, m_im; // of the block under way
+    std::array<float, kBlock> m_re{}, m_im{}; // of the block under way
     std::size_t m_inBlock = 0;
     small::Baseband m_baseband;
     small::Spectrum m_spectrum;
-    std::array<float, small::Spectrum::kBins> m_power;
+    std::array<float, small::Spectrum::kBins> m_power{};
     small::Rows m_rows;
     small::Candidates m_candidates;
     std::int64_t m_row = 0;
@@ -75,7 +75,7 @@ private:
 
     std::int64_t m_lastEnd = 0; // of what was delivered
     float m_lastStrength = 0.0F;
-    std::array<Reception, 4> m_heard;
+    std::array<Reception, 4> m_heard{};
     std::size_t m_heardFirst = 0, m_heardCount = 0;
     double m_rate_hz;
 };
@@ -111,7 +111,7 @@ void SmallReceiver::Parts::takeBlock() noexcept {
     m_baseband.append(m_re.data(), m_im.data());
     m_spectrum.take(m_baseband, m_baseband.end() - static_cast<std::int64_t>(kChunk));
     m_spectrum.wholeBins(m_power);
-    std::array<float, kShifts> row;
+    std::array<float, kShifts> row{};
     m_rows.take(m_power, row);
     if (const auto candidate = m_candidates.take(row)) take(*candidate);
     ++m_row;
@@ -138,7 +138,7 @@ bool SmallReceiver::Parts::step() noexcept {
     if (m_attempt.isFinished() && !beginNext()) return false;
     m_attempt.step(m_baseband, m_spectrum, m_power);
     m_steps -= 1.0F;
-    if (m_attempt.isFinished() && m_attempt.found()) deliver(*m_attempt.found());
+    if (const auto& found = m_attempt.found(); m_attempt.isFinished() && found) deliver(*found);
     return true;
 }
 

@@ -53,7 +53,7 @@ private:
     Parts& parts() noexcept;
 
     bool m_isReady = false;
-    alignas(8) std::array<std::byte, kBytes - 8> m_memory; // of Parts
+    alignas(8) std::array<std::byte, kBytes - 8> m_memory{}; // of Parts
 };
 
 static_assert(sizeof(SmallReceiver) <= SmallReceiver::kBytes);

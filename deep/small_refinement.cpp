@@ -84,7 +84,7 @@ void Refinement::tryEnd(const Baseband& baseband, Spectrum& spectrum, std::span<
 
 void Refinement::takeChunk(std::size_t chunk, Spectrum& spectrum,
                            std::span<float, Spectrum::kBins> power) noexcept {
-    std::array<std::array<float, kTones>, kTried> tones;
+    std::array<std::array<float, kTones>, kTried> tones{};
     for (std::size_t quarter = 0; quarter < 4; ++quarter) {
         spectrum.turn(quarter);
         if (quarter % 2 == 0) spectrum.someWholeBins(power);
@@ -104,8 +104,8 @@ void Refinement::takeChunk(std::size_t chunk, Spectrum& spectrum,
 
 void Refinement::measureNoise(std::span<float, Spectrum::kBins> noise) const noexcept {
     for (std::size_t i = 0; i < noise.size(); ++i) noise[i] = ofByte(m_quietest[kRank][i]) / kRankOfNoise;
-    std::array<float, (Spectrum::kBins + kEvery - 1) / kEvery> smooth;
-    std::array<float, 2 * kNeighbours / kStride + 1> asked;
+    std::array<float, (Spectrum::kBins + kEvery - 1) / kEvery> smooth{};
+    std::array<float, 2 * kNeighbours / kStride + 1> asked{};
     for (std::size_t bin = 0; bin < noise.size(); bin += kEvery) {
         std::size_t count = 0;
         const std::size_t low = bin > kNeighbours ? bin - kNeighbours : 0;
@@ -120,7 +120,7 @@ void Refinement::measureNoise(std::span<float, Spectrum::kBins> noise) const noe
 }
 
 float Refinement::fit(std::size_t tried, std::span<const float, Spectrum::kBins> noise) const noexcept {
-    std::array<float, kTones> quiet; // one over the noise
+    std::array<float, kTones> quiet{}; // one over the noise
     for (std::size_t tone = 0; tone < kTones; ++tone)
         quiet[tone] = 1.0F / noiseAt(m_halfBins[tried][tone], noise);
     float sum = 0.0F;

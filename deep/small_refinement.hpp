@@ -41,10 +41,10 @@ private:
         return static_cast<float>(m_shift) + 0.5F * (static_cast<float>(tried) - 2.0F);
     }
 
-    std::array<std::array<Byte, Spectrum::kBins>, kRank + 1> m_quietest; // ascending
-    std::array<Energies, kTried> m_tones;                                // over their chunk's noise
-    Energies m_bestTones;                                                // over their bin's too
-    std::array<std::array<std::int16_t, kTones>, kTried> m_halfBins;
+    std::array<std::array<Byte, Spectrum::kBins>, kRank + 1> m_quietest{}; // ascending
+    std::array<Energies, kTried> m_tones{};                                // over their chunk's noise
+    Energies m_bestTones{};                                                // over their bin's too
+    std::array<std::array<std::int16_t, kTones>, kTried> m_halfBins{};
     std::int64_t m_end = 0;
     int m_shift = 0;
     Place m_best;

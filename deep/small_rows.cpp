@@ -93,7 +93,7 @@ void Rows::reset() noexcept {
 
 void Rows::take(std::span<float, Spectrum::kBins> power, std::span<float, kShifts> score) noexcept {
     whiten(power);
-    std::array<float, kShifts> high;
+    std::array<float, kShifts> high{};
     strongest(0, power.data(), score.data());
     strongest(16, power.data(), high.data());
     for (std::size_t i = 0; i < kShifts; ++i) score[i] = compressed(score[i]) + compressed(high[i]);

@@ -27,9 +27,9 @@ public:
 private:
     void whiten(std::span<float, Spectrum::kBins> power) noexcept;
 
-    std::array<float, Spectrum::kBins> m_colour;
-    std::array<Byte, Spectrum::kBins> m_quietest; // of the span under way
-    std::array<Byte, Spectrum::kBins> m_before;   // of the one before
+    std::array<float, Spectrum::kBins> m_colour{};
+    std::array<Byte, Spectrum::kBins> m_quietest{}; // of the span under way
+    std::array<Byte, Spectrum::kBins> m_before{};   // of the one before
     std::size_t m_rowsOfSpan = 0;
 };
 

@@ -42,7 +42,7 @@ private:
     std::int64_t m_from = 0;
     float m_most = 0.0F; // power of a sample that is not a burst's
     std::size_t m_quarter = 0;
-    std::array<float, kChunk> m_re, m_im;
+    std::array<float, kChunk> m_re{}, m_im{};
 };
 
 } // namespace sorvel::deep::small

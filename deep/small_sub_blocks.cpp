@@ -28,7 +28,7 @@ float powerAt(const Samples& re, const Samples& im, std::size_t step) {
 } // namespace
 
 void scoreSubBlocks(const Baseband& baseband, const Place& place, Scores& scores) noexcept {
-    std::array<std::size_t, kTones> steps;
+    std::array<std::size_t, kTones> steps{};
     for (std::size_t tone = 0; tone < kTones; ++tone) {
         const double halfBins = 2.0 * (toneBin(tone) + static_cast<double>(place.shift) * toneScale(tone));
         steps[tone] = static_cast<std::size_t>(std::lround(halfBins) + static_cast<long>(2 * kTurn)) % kTurn;
@@ -42,7 +42,7 @@ void scoreSubBlocks(const Baseband& baseband, const Place& place, Scores& scores
             Samples re, im;
             baseband.read(start + static_cast<std::int64_t>(block * kBlock), kBlock, re.data(), im.data());
             for (std::size_t side = 0; side < 2; ++side) {
-                std::array<float, 16> shares;
+                std::array<float, 16> shares{};
                 float sum = 1e-30F;
                 for (std::size_t i = 0; i < 16; ++i) sum += shares[i] = powerAt(re, im, steps[16 * side + i]);
                 for (std::size_t i = 0; i < 16; ++i) scores[2 * chunk + side][i] += shares[i] / sum;
