@@ -45,10 +45,17 @@ function(sorvel_hide target)
   endif()
 endfunction()
 
-# sorvel_hidden_objects(modem EXCEPT a.cpp) compiles the sources of sorvel_modem, as they are compiled there, once more
-# to sorvel_modem_hidden.
-function(sorvel_hidden_objects folder)
+# sorvel_inner_objects(objects modem EXCEPT a.cpp) compiles the sources of sorvel_modem, as they are compiled there, once
+# more, with hidden names, and appends the objects to the list. Under sanitizers, where a static library hides no names
+# anyway, they are those of sorvel_modem: that saves their builds a fifth of the time.
+function(sorvel_inner_objects list folder)
   cmake_parse_arguments(arg "" "" "EXCEPT" ${ARGN})
+  if(SORVEL_SANITIZE)
+    list(JOIN arg_EXCEPT "|" except)
+    list(APPEND ${list} $<FILTER:$<TARGET_OBJECTS:sorvel_${folder}>,EXCLUDE,/\(none|${except}\)[.]o>)
+    set(${list} ${${list}} PARENT_SCOPE)
+    return()
+  endif()
   set(target sorvel_${folder}_hidden)
   get_target_property(sources sorvel_${folder} SOURCES)
   list(FILTER sources INCLUDE REGEX "[.]cpp$")
@@ -60,6 +67,8 @@ function(sorvel_hidden_objects folder)
   sorvel_hide(${target})
   target_compile_options(${target} PRIVATE $<TARGET_PROPERTY:sorvel_${folder},COMPILE_OPTIONS>)
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
+  list(APPEND ${list} $<TARGET_OBJECTS:${target}>)
+  set(${list} ${${list}} PARENT_SCOPE)
 endfunction()
 
 # sorvel_program(name SOURCES a.cpp LIBRARIES sorvel_modem)
