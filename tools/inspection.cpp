@@ -117,12 +117,13 @@ Choice agreeing(const Report& report, const std::vector<Sighting>& sightings, Co
 Choice likeliest(const Report& report, const std::vector<Sighting>& sightings) {
     if (sightings.empty()) return {};
     std::vector<const Sighting*> sorted;
+    sorted.reserve(sightings.size());
     for (const Sighting& sighting : sightings) sorted.push_back(&sighting);
     std::sort(sorted.begin(), sorted.end(),
               [](const Sighting* a, const Sighting* b) { return a->air.evidence > b->air.evidence; });
     const double end_s = sorted.front()->end_s;
     const auto isSame = [end_s](double other_s) { return std::abs(other_s - end_s) < kTransmission_s / 2; };
-    const Choice other = agreeing(report, sightings, [&](const Text& text) { return isSame(text.end_s); });
+    Choice other = agreeing(report, sightings, [&](const Text& text) { return isSame(text.end_s); });
     if (other.sighting != nullptr) return other;
     for (const Sighting* const sighting : sorted) {
         if (!isSame(sighting->end_s)) continue;
@@ -165,8 +166,7 @@ void read(Best& best, const Sighting& sighting) {
     best.echo = static_cast<double>(arrived.echo);
 }
 
-Verdict judged(Report& report) {
-    const Best& best = *report.best;
+Verdict judged(Report& report, const Best& best) {
     if (!best.text.empty()) {
         report.detail = best.text;
         return best.text.starts_with(report.prefix) ? Verdict::Missed : Verdict::OtherPrefix;
@@ -218,7 +218,7 @@ void readBest(Report& report, const std::vector<Sighting>& sightings) {
     } else if (report.peak < kSilence) {
         report.verdict = Verdict::Silence;
     } else if (report.best) {
-        report.verdict = judged(report);
+        report.verdict = judged(report, *report.best);
     } else if (!report.texts.empty()) {
         report.verdict = Verdict::OtherPrefix;
         report.detail = report.texts.front().text;
@@ -229,7 +229,8 @@ void readBest(Report& report, const std::vector<Sighting>& sightings) {
 
 void judgeBand(Report& report) {
     // A whistle that begins, or what a coder left, looks a little like a transmission too.
-    const bool isVague = report.verdict == Verdict::TooUnclear && report.best->clearNibbles() < kVague;
+    const bool isVague =
+        report.verdict == Verdict::TooUnclear && report.best && report.best->clearNibbles() < kVague;
     if (report.verdict != Verdict::Nothing && !isVague) return;
     const auto isInBand = [](const check::Whistle& whistle) {
         return whistle.frequency_hz > 17950.0 && whistle.frequency_hz < 19550.0;

@@ -22,7 +22,7 @@ std::string levelLine(const LevelShown& shown, std::size_t columns) {
         const double part = std::clamp(1.0 - shown.level_dbfs / kLowest_dbfs, 0.0, 1.0);
         std::string bar(static_cast<std::size_t>(std::lround(part * static_cast<double>(cells))), '#');
         bar.resize(cells, '.');
-        return "[" + bar + "]" + told;
+        return bar.insert(0, 1, '[').append("]").append(told);
     }
     return {};
 }
