@@ -253,6 +253,7 @@ namespace {
 constexpr double kStep_hz = 6.0, kFirstStep_hz = 16000.0, kLastStep_hz = 20100.0;
 constexpr double kLowestWhistle_hz = 17500.0;
 constexpr double kWhistleOverNoise_db = 12.0, kWeakestWhistle_dbfs = -110.0;
+constexpr double kSkirt_hz = 66.0, kSkirtBelow_db = 15.0;
 constexpr std::size_t kBeside = 40; // steps to either side whose median is the noise
 
 /// Mean power in steps of 6 Hz through windows of a sixth of a second, half of which overlap.
@@ -313,12 +314,13 @@ Background background(std::span<const float> quiet, double rate_hz) {
     auto& whistles = result.whistles;
     std::sort(whistles.begin(), whistles.end(),
               [](const Whistle& a, const Whistle& b) { return a.level_dbfs > b.level_dbfs; });
-    // Beside a strong one the window's own edges are none.
+    // Beside a strong one neither the window's own edges are whistles nor the skirts that an interruption
+    // gives it: these reach -20 dB at five steps, with ripples like peaks.
     std::vector<Whistle> kept;
     for (const Whistle& whistle : whistles)
         if (std::none_of(kept.begin(), kept.end(), [&](const Whistle& other) {
-                return std::abs(other.frequency_hz - whistle.frequency_hz) < 60.0 &&
-                       other.level_dbfs > whistle.level_dbfs + 30.0;
+                return std::abs(other.frequency_hz - whistle.frequency_hz) < kSkirt_hz &&
+                       other.level_dbfs > whistle.level_dbfs + kSkirtBelow_db;
             }))
             kept.push_back(whistle);
     whistles = std::move(kept);

@@ -120,6 +120,13 @@ TEST(CheckAnalysis, NamesWhistlesInNoiseAndInDigitalSilence) {
             EXPECT_NEAR(whistles[1].frequency_hz, frequency_hz, 2.0);
             EXPECT_NEAR(whistles[1].level_dbfs, -66.0, 1.5);
         }
+    // A whistle that is interrupted, as when sound is lost, is still one.
+    for (const std::size_t silent : {1250U, 1300U, 1400U}) {
+        Samples broken = tone(19210.0, 0.05, 72000);
+        broken.insert(broken.begin() + 20000, silent, 0.0F);
+        broken.resize(72000);
+        EXPECT_EQ(background(broken, kRate_hz).whistles.size(), 1U) << silent;
+    }
     for (unsigned seed = 0; seed < 8; ++seed)
         EXPECT_TRUE(background(noise(72000, 0.01F, seed), kRate_hz).whistles.empty()) << seed;
     EXPECT_TRUE(background({}, kRate_hz).whistles.empty());
