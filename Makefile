@@ -7,12 +7,16 @@
 #   make web      builds the npm package and the page in web/dist, for browsers
 #   make web-serve  ... and serves the page at http://127.0.0.1:8765
 #   make web-test   ... and tests them in a browser, against the command as well
+#   make python   builds the Python package's wheel in build/python
+#   make python-test   ... installs it into a new venv and tests it there
+#   make python-bench  ... and measures it beside C
 #   make clean    removes build/ and what `make web` made
 
 JOBS ?= $(shell nproc)
+PYTHON ?= /usr/bin/python3
 BUILD := build/release
 .DEFAULT_GOAL := listen
-.PHONY: listen test bench hearing web web-serve web-test build clean
+.PHONY: listen test bench hearing web web-serve web-test python python-test python-bench build clean
 
 build/packages-%: cmake/packages.txt cmake/install-packages.sh
 	cmake/install-packages.sh $*
@@ -55,6 +59,21 @@ web/node_modules: web/package-lock.json
 	command -v npm >/dev/null || cmake/install-packages.sh npm
 	cd web && npm ci --no-audit --no-fund
 	@touch $@
+
+python: build/packages-python
+	rm -f build/python/*.whl
+	JOBS=$(JOBS) $(PYTHON) -m pip wheel --no-build-isolation --no-index --no-deps --quiet -w build/python ./python
+
+# Run elsewhere: the sorvel/ of this folder is not the package, nor is what setuptools leaves in build/python.
+python-test: python
+	$(PYTHON) -m venv --clear --system-site-packages build/python/venv
+	build/python/venv/bin/python -m pip install --no-index --quiet build/python/sorvel-*.whl
+	cd build/python/venv && bin/python -m pytest -c $(CURDIR)/python/pyproject.toml $(CURDIR)/python/tests
+
+python-bench: python-test
+	@folder=build/python/cmake-$$($(PYTHON) -c 'import sysconfig; print(sysconfig.get_config_var("SOABI"))') && \
+	cmake --build $$folder --target sorvel_python_blocks && \
+	build/python/venv/bin/python python/bench/blocks.py $$folder/python
 
 clean:
 	rm -rf build web/dist
