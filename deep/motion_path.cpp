@@ -145,7 +145,7 @@ void ChirpScores::setGrid(double slopeStep, int slopes, double bendStep, int ben
         setFactor(static_cast<std::size_t>(kMostSlopes + k - 1), 0.0, k * bendStep);
 }
 
-void ChirpScores::setWindow(const float* re, const float* im) noexcept {
+void ChirpScores::setWindow(const float* re, const float* im, float leastNoise) noexcept {
     Memory& memory = *m_memory;
     for (std::size_t i = 0; i < kChunk; ++i) {
         memory.windowed[i] = re[i] * m_trapezoid[i];
@@ -155,7 +155,7 @@ void ChirpScores::setWindow(const float* re, const float* im) noexcept {
     std::copy_n(memory.windowed.begin(), kChunk, memory.re.begin());
     std::copy_n(memory.windowed.begin() + kChunk, kChunk, memory.im.begin());
     transform();
-    m_scale = 1.0F / ToneComb::noise(m_power);
+    m_scale = 1.0F / std::max(ToneComb::noise(m_power), leastNoise);
 }
 
 /// Powers of the chunk in `re` and `im`.

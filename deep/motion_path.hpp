@@ -107,7 +107,9 @@ public:
     bool isAtRim(int index) const noexcept { return m_isAtRim[static_cast<std::size_t>(index)]; }
 
     /// The 512 samples from here on are next.
-    void setWindow(const float* re, const float* im) noexcept;
+    /// @param leastNoise  power of a sample that the window's noise counts as at least, so that nearly
+    ///                    silent windows are worth little
+    void setWindow(const float* re, const float* im, float leastNoise) noexcept;
 
     /// Scores of chirp `index` at the shifts `first` to `last`, valid until the next call.
     std::span<const float> scores(int index, int first, int last) noexcept;

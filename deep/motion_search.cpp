@@ -15,6 +15,7 @@ constexpr int kTransformsPerStep = 72;
 constexpr float kLeastWorth = 232.0F;
 constexpr float kNearlyAsGood = 0.93F;
 constexpr int kOtherOffset_rows = 6;
+constexpr float kLeastNoise = 1e-3F;               // of the mean power
 constexpr float kLoud = 40.0F;                     // worth of a chunk
 constexpr std::size_t kTurnedMargin_samples = 256; // at either end: ends may still move by 96
 constexpr std::size_t kTurned_samples = MotionSearch::kTransmission_samples + 2 * kTurnedMargin_samples;
@@ -126,14 +127,23 @@ void MotionSearch::takeBurstsOut() noexcept {
             m_im[i] *= limit / sample;
         }
     }
+    measureLeastNoise();
     m_spent += 20;
     m_chirps.setGrid(150.0, 3, 1.0, 0);
     enter(Stage::kCoarse);
 }
 
+/// Windows that lie where there is no sound, before a recording or behind what came so far, hold remains of
+/// what was taken out. Over their own noise these would stand out further than any tone.
+void MotionSearch::measureLeastNoise() noexcept {
+    float sum = 0.0F;
+    for (std::size_t i = 0; i < m_re.size(); ++i) sum += m_re[i] * m_re[i] + m_im[i] * m_im[i];
+    m_leastNoise = kLeastNoise * sum / static_cast<float>(m_re.size()) + 1e-30F;
+}
+
 void MotionSearch::setWindow(int end) noexcept {
     const auto from = static_cast<std::size_t>(end) - kChunk;
-    m_chirps.setWindow(m_re.data() + from, m_im.data() + from);
+    m_chirps.setWindow(m_re.data() + from, m_im.data() + from, m_leastNoise);
     ++m_spent;
 }
 

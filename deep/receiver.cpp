@@ -21,6 +21,11 @@ constexpr float kSteadyPerBlock_us = 40.0F, kSteadyLimit_us = 50'000.0F;
 constexpr float kMotionPerBlock_us = 20.0F, kMotionLimit_us = 80'000.0F;
 constexpr float kQuick_us = 1500.0F;  // of a quick attempt
 constexpr float kFull_us = 15'000.0F; // what must be left for a full one
+// Of full ones at what stands out from those in vain of late, as a transmission does from whistles and tones
+// that used the allowance up.
+constexpr float kReservePerBlock_us = 8.0F, kReserveLimit_us = 30'000.0F;
+constexpr float kOutstanding = 1.2F;
+constexpr float kForget = 0.995F; // in a row: half in the time of a transmission
 constexpr float kMotion_us = 40'000.0F;
 constexpr int kMotionStep_us = 600;    // what it takes
 constexpr int kMotionCharge_us = 1000; // to its allowance, with which dense tones ran at over 200 times
@@ -62,6 +67,7 @@ private:
     void takeMotion(std::uint64_t endRow) noexcept;
     int workOn() noexcept;
     bool beginNext() noexcept;
+    void beginSteady(Attempt::Effort effort) noexcept;
     void endSteady() noexcept;
     int stepOfPath() noexcept;
     void endMoving() noexcept;
@@ -85,9 +91,13 @@ private:
     double m_rate_hz;
 
     Allowance m_steadyAllowance{kSteadyPerBlock_us, kSteadyLimit_us};
+    Allowance m_reserve{kReservePerBlock_us, kReserveLimit_us};
     Allowance m_motionAllowance{kMotionPerBlock_us, kMotionLimit_us};
+    Allowance* m_paidBy = &m_steadyAllowance; // the attempt under way
     Work m_work = Work::None;
     Candidate m_current;
+    bool m_isFull = false; // the attempt at it
+    float m_inVain = 0.0F; // strength of the strongest candidate of late that came to nothing, fading
     std::optional<Candidate> m_waiting;   // for a quick attempt
     std::optional<Candidate> m_deferred;  // the best so far, for a full one
     std::optional<std::int64_t> m_moving; // end, for a motion search
@@ -108,8 +118,10 @@ void Receiver::Parts::reset() noexcept {
     m_candidates.reset();
     m_gate.reset();
     m_steadyAllowance.reset();
+    m_reserve.reset();
     m_motionAllowance.reset();
     m_work = Work::None;
+    m_inVain = 0.0F;
     m_attempt.reset();
     m_waiting.reset();
     m_deferred.reset();
@@ -147,7 +159,9 @@ void Receiver::Parts::takeBlock() noexcept {
     if (std::uint64_t endRow = 0; m_gate.takeCandidate(endRow)) takeMotion(endRow);
     ++m_row;
 
+    m_inVain *= kForget;
     m_steadyAllowance.grow();
+    m_reserve.grow();
     m_motionAllowance.grow();
     int spent = 0;
     while (spent + (m_work == Work::Path ? kMotionStep_us : Attempt::kMostPerStep_us) <= kPerBlock_us) {
@@ -180,7 +194,7 @@ int Receiver::Parts::workOn() noexcept {
     if (m_work == Work::Path) return stepOfPath();
     const bool isSteady = m_work == Work::Steady;
     const int cost = m_attempt.step(isSteady ? baseband() : turnedBack());
-    (isSteady ? m_steadyAllowance : m_motionAllowance).draw(cost);
+    m_paidBy->draw(cost);
     if (m_attempt.isFinished()) isSteady ? endSteady() : endMoving();
     return cost;
 }
@@ -192,21 +206,22 @@ bool Receiver::Parts::beginNext() noexcept {
         m_current = *m_waiting;
         m_waiting.reset();
         if (!isTooOld(endOfRow(m_current.row))) {
-            m_attempt.begin(endOfRow(m_current.row), {m_current.shifts.data(), m_current.shiftCount},
-                            Attempt::Effort::Quick);
-            m_work = Work::Steady;
+            beginSteady(Attempt::Effort::Quick);
             return true;
         }
     }
     if (m_deferred && m_row - m_deferred->row > kDeferred_rows) {
         m_current = *m_deferred;
         m_deferred.reset();
-        if (m_steadyAllowance.has(kFull_us) && !isTooOld(endOfRow(m_current.row))) {
-            m_attempt.begin(endOfRow(m_current.row), {m_current.shifts.data(), m_current.shiftCount},
-                            Attempt::Effort::Full);
-            m_work = Work::Steady;
+        const bool isOutstanding = m_current.strength > kOutstanding * m_inVain;
+        const bool needsReserve = !m_steadyAllowance.has(kFull_us);
+        if ((!needsReserve || (isOutstanding && m_reserve.has(kFull_us))) &&
+            !isTooOld(endOfRow(m_current.row))) {
+            beginSteady(Attempt::Effort::Full);
+            m_paidBy = needsReserve ? &m_reserve : &m_steadyAllowance;
             return true;
         }
+        m_inVain = std::max(m_inVain, m_current.strength);
     }
     if (m_moving) {
         m_movingEnd = *m_moving;
@@ -222,10 +237,20 @@ bool Receiver::Parts::beginNext() noexcept {
     return false;
 }
 
+void Receiver::Parts::beginSteady(Attempt::Effort effort) noexcept {
+    m_attempt.begin(endOfRow(m_current.row), {m_current.shifts.data(), m_current.shiftCount}, effort);
+    m_isFull = effort == Attempt::Effort::Full;
+    m_paidBy = &m_steadyAllowance;
+    m_work = Work::Steady;
+}
+
 void Receiver::Parts::endSteady() noexcept {
     m_work = Work::None;
     const auto& found = m_attempt.found();
-    if (!found) return;
+    if (!found) {
+        if (m_isFull) m_inVain = std::max(m_inVain, m_current.strength);
+        return;
+    }
     m_lastStrength = m_current.strength;
     deliver(*found, found->place.end, speed_m_s(found->place.shift));
 }
@@ -241,6 +266,7 @@ int Receiver::Parts::stepOfPath() noexcept {
     const std::array<int, 3> shifts{shift, shift + kSlipped_bins, shift - kSlipped_bins};
     m_attempt.begin(static_cast<std::int64_t>(m_motion.re().size() - MotionSearch::kMargin_samples), shifts,
                     Attempt::Effort::Full);
+    m_paidBy = &m_motionAllowance;
     m_work = Work::Moving;
     return kMotionStep_us;
 }

@@ -113,6 +113,30 @@ TEST(MotionGate, PartsTransmissionsThatFollowOneAnotherAndLeavesNoiseAlone) {
     EXPECT_LE(listener.candidates, 4);
 }
 
+TEST(MotionSearch, IsNotDrawnToTonesInSilence) {
+    Transform transform(1024);
+    Workspace workspace;
+    MotionSearch search(transform, workspace);
+    std::mt19937 random(11);
+    const Nibbles sent = randomNibbles(random);
+    Sound sound(static_cast<std::size_t>(8.0 * kRate_hz)), faint(sound.re.size());
+    const double arrived = addTransmission(sound, sent, 4.0, swing(0.0, 0.35, 2.0, 1.0));
+    addNoise(sound, 10.0, random);
+    addWhistle(faint, 18187.5, -100.0); // no noise beside them, so they stand out more than what was sent
+    addWhistle(faint, 18937.5, -100.0);
+    const auto end = static_cast<std::size_t>(arrived);
+    std::copy(faint.re.begin() + static_cast<std::ptrdiff_t>(end), faint.re.end(),
+              sound.re.begin() + static_cast<std::ptrdiff_t>(end));
+    std::copy(faint.im.begin() + static_cast<std::ptrdiff_t>(end), faint.im.end(),
+              sound.im.begin() + static_cast<std::ptrdiff_t>(end));
+    search.begin(sound.re, sound.im, end);
+    while (!search.step()) {
+    }
+    ASSERT_TRUE(search.hasPath());
+    EXPECT_NEAR(search.endOffset_samples(), 0, 64);
+    EXPECT_GE(nibblesRight(search, sent), 32);
+}
+
 TEST(MotionSearch, EndsAndAllocatesNothingWhateverTheSound) {
     Transform transform(1024);
     Workspace workspace;
