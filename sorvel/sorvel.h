@@ -109,7 +109,8 @@ typedef struct sorvel_heard {
     uint32_t size;        ///< sizeof(sorvel_heard); the caller's
     uint32_t length;      ///< bytes in `text`
     double end_s;         ///< end of the transmission, in seconds from the first frame pushed. The deep
-                          ///< receiver tells it to some ms; the others where it was complete, to 21 ms
+                          ///< receiver tells it to 25 ms; the others say when they knew enough, 0.05 to
+                          ///< 0.1 s before the end of a text, and 0.25 s before that of a message
     uint32_t lost;        ///< texts that were dropped since the one before, as too many waited
     uint32_t has_quality; ///< 1: the next four are known; 0, and they are 0: of the deep receiver only
     float snr_db;         ///< power of the tones over that of the noise from 18.0 to 19.5 kHz
