@@ -4,12 +4,14 @@
     bench/hearing/report.py                                  after `cmake --build build/bench`; `make hearing` does both
     bench/hearing/report.py --quick --build DIR --output DIR one short round, to see that everything runs
 
-Takes some hours with its own figures: fewer trials with --trials, --superset and --hours. Draws are
-those for reporting, which no setting was tuned on. Python's standard library only.
+Takes some hours with its own figures: fewer trials with --trials, --superset and --hours. What is done is kept
+below the build, so that an interrupted run goes on where it was. Draws are those for reporting, which no setting
+was tuned on. Python's standard library only.
 """
 import argparse
 import collections
 import datetime
+import hashlib
 import html
 import json
 import os
@@ -17,7 +19,6 @@ import pathlib
 import statistics
 import subprocess
 import sys
-import tempfile
 
 SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
 COLOURS = {"classic": "#b8bec4", "deep/4": "#1b6ca8", "deep/0": "#d98e04"}
@@ -26,12 +27,21 @@ COLUMNS, WIDTH, HEIGHT, LEFT, RIGHT, TOP, BOTTOM = 3, 330, 200, 44, 12, 34, 34
 
 
 def hearing(build, *arguments, may_miss=False):
-    """What the program printed. Status 1 tells of a miss, which is a result."""
-    done = subprocess.run([str(build / "bench/hearing/hearing"), *arguments], stdout=subprocess.PIPE, text=True)
+    """What the program printed, now or in an earlier run of this very program with these arguments. Status 1 tells of a
+    miss, which is a result. CURVES among the arguments stands for a file, whose content is returned instead."""
+    program = build / "bench/hearing/hearing"
+    kept = build / "hearing_kept" / hashlib.sha256(program.read_bytes() + repr(arguments).encode()).hexdigest()[:16]
+    if kept.exists():
+        return kept.read_text()
+    kept.parent.mkdir(exist_ok=True)
+    curves = kept.with_suffix(".json")
+    command = [str(program), *(str(curves) if argument == "CURVES" else argument for argument in arguments)]
+    done = subprocess.run(command, stdout=subprocess.PIPE, text=True)
     if done.returncode not in ((0, 1) if may_miss else (0,)):
         sys.exit(f"hearing {' '.join(arguments)}: status {done.returncode}")
     print(f"hearing {' '.join(arguments)}\n{done.stdout}", file=sys.stderr, flush=True) # what is done so far
-    return done.stdout
+    curves.replace(kept) if "CURVES" in arguments else kept.write_text(done.stdout)
+    return kept.read_text()
 
 
 def families(records):
@@ -132,11 +142,8 @@ def main():
 
     common = ["--draws", "reporting", "--jobs", str(os.cpu_count())]
     parts = {"superset": hearing(plan.build, "--superset", str(plan.superset), *common, may_miss=True)}
-    with tempfile.TemporaryDirectory() as folder:
-        curves = pathlib.Path(folder) / "curves.json"
-        which = ["--point", "white", "--point", "opus:128"] if plan.quick else ["--curves"]
-        hearing(plan.build, *which, *common, "--trials", str(plan.trials), "--output", str(curves))
-        records = json.loads(curves.read_text())
+    which = ["--point", "white", "--point", "opus:128"] if plan.quick else ["--curves"]
+    records = json.loads(hearing(plan.build, *which, *common, "--trials", str(plan.trials), "--output", "CURVES"))
     table = hearing(plan.build, "--table", *common, "--trials", str(plan.trials), may_miss=True)
     parts["table"] = table[table.index("| channel"):]
     parts["false"] = hearing(plan.build, "--false-texts", str(plan.hours), *common, may_miss=True)
