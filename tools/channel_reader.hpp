@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/audio_file.hpp"
+#include "platform/audio_file_reader.hpp"
 #include "platform/channel_choice.hpp"
 
 #include <cstddef>

@@ -1,8 +1,7 @@
-#include "tools/hearing.hpp"
-
-#include "platform/audio_file.hpp"
+#include "platform/audio_file_reader.hpp"
 #include "tools/channel_reader.hpp"
 #include "tools/deep_recording_decoder.hpp"
+#include "tools/hearing.hpp"
 #include "tools/interruption.hpp"
 #include "tools/recording_decoder.hpp"
 

@@ -1,4 +1,4 @@
-#include "platform/audio_file.hpp"
+#include "platform/audio_file_reader.hpp"
 #include "platform/picture.hpp"
 #include "tools/command.hpp"
 #include "tools/deep_recording_decoder.hpp"

@@ -1,4 +1,4 @@
-#include "platform/audio_file.hpp"
+#include "platform/wav_writer.hpp"
 #include "platform/cubeb_devices.hpp"
 #include "platform/rate_converter.hpp"
 #include "tools/command.hpp"

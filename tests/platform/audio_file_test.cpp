@@ -1,4 +1,5 @@
-#include "platform/audio_file.hpp"
+#include "platform/audio_file_reader.hpp"
+#include "platform/wav_writer.hpp"
 #include "tests/support/temporary_folder.hpp"
 
 #include <algorithm>
