@@ -7,6 +7,7 @@
 #include <bit>
 #include <cmath>
 #include <numbers>
+#include <numeric>
 
 namespace sorvel {
 
@@ -14,13 +15,24 @@ namespace {
 
 constexpr double kLowest_hz = 18000.0, kMiddle_hz = 18726.5625, kHighest_hz = 19453.125; // tones, and between
 constexpr double kBand_hz = 39000.0; // rates below do not have it
-constexpr double kLongest_s = 0.05;  // of sound that is looked at
-constexpr std::size_t kMostPoints = 2048;
+constexpr double kLongest_s = 0.1;   // of sound that is looked at
+constexpr std::size_t kMostPoints = 8192;
 constexpr std::ptrdiff_t kPeak_bins = 2; // to both sides, of a tone under the window
 constexpr double kShare = 0.1;           // of a look in the mean
-constexpr double kBetter_db = 1.5;
-constexpr double kLevelShare = 0.1; // of a decibel of level
-constexpr double kSilence = 1e-12;  // power that counts as none
+constexpr double kMostOut = 100.0;       // that a tone stands out
+constexpr double kBetter_db = 1.2;
+constexpr double kLevelShare = 0.08; // of a decibel of level
+constexpr double kSilence = 1e-12;   // power that counts as none
+
+/// The strongest bin over the mean of those that are not beside it; 1 in silence.
+double standingOut(std::span<const double> power) noexcept {
+    const auto peak = std::max_element(power.begin(), power.end());
+    const auto left = peak - std::min(kPeak_bins, peak - power.begin());
+    const auto right = peak + std::min(kPeak_bins + 1, power.end() - peak);
+    const double rest = std::accumulate(power.begin(), left, 0.0) + std::accumulate(right, power.end(), 0.0);
+    const auto others = static_cast<double>(static_cast<std::ptrdiff_t>(power.size()) - (right - left));
+    return std::min((*peak + kSilence) / (rest / others + kSilence), kMostOut);
+}
 
 } // namespace
 
@@ -49,7 +61,7 @@ struct ChannelChoice::Spectrum {
 ChannelChoice::ChannelChoice(double rate_hz, std::size_t channels)
     : m_channels(channels),
       m_spectrum(channels > 1 && rate_hz > kBand_hz ? std::make_unique<Spectrum>(rate_hz) : nullptr),
-      m_scores_db(channels) {}
+      m_means(channels) {}
 
 ChannelChoice::~ChannelChoice() = default;
 ChannelChoice::ChannelChoice(ChannelChoice&&) noexcept = default;
@@ -60,13 +72,24 @@ std::size_t ChannelChoice::look(std::span<const float> interleaved) noexcept {
     const double share = m_hasLooked ? kShare : 1.0;
     for (std::size_t channel = 0; channel < m_channels; ++channel) {
         if (channel % 2 == 0) transform(interleaved, channel);
-        m_scores_db[channel] += share * (score(channel % 2 == 1) - m_scores_db[channel]);
+        m_means[channel].add(spectrumLook(channel % 2 == 1), share);
     }
-    const auto best = static_cast<std::size_t>(std::max_element(m_scores_db.begin(), m_scores_db.end()) -
-                                               m_scores_db.begin());
-    if (m_scores_db[best] > m_scores_db[m_best] + kBetter_db) m_best = best;
+    std::size_t best = m_best;
+    for (std::size_t channel = 0; channel < m_channels; ++channel)
+        if (m_means[channel].score_db() > m_means[best].score_db()) best = channel;
+    if (m_means[best].score_db() > m_means[m_best].score_db() + kBetter_db) m_best = best;
     m_hasLooked = true;
     return m_best;
+}
+
+void ChannelChoice::Look::add(const Look& other, double share) noexcept {
+    lower += share * (other.lower - lower);
+    upper += share * (other.upper - upper);
+    level_db += share * (other.level_db - level_db);
+}
+
+double ChannelChoice::Look::score_db() const noexcept {
+    return 10.0 * std::log10(std::min(lower, upper)) + kLevelShare * level_db;
 }
 
 void ChannelChoice::transform(std::span<const float> interleaved, std::size_t channel) noexcept {
@@ -85,9 +108,7 @@ void ChannelChoice::transform(std::span<const float> interleaved, std::size_t ch
     own.transform.forward(own.re.data(), own.im.data());
 }
 
-/// How far the strongest bin stands out in the half where it does so less, in decibels, and the share of
-/// the level.
-double ChannelChoice::score(bool isSecond) const noexcept {
+ChannelChoice::Look ChannelChoice::spectrumLook(bool isSecond) const noexcept {
     const Spectrum& own = *m_spectrum;
     for (std::size_t bin = own.first; bin < own.end; ++bin) {
         const std::size_t mirrored = own.points - bin;
@@ -96,25 +117,10 @@ double ChannelChoice::score(bool isSecond) const noexcept {
         const double a = isSecond ? im + otherIm : re + otherRe, b = isSecond ? re - otherRe : im - otherIm;
         own.power[bin - own.first] = a * a + b * b;
     }
-    const auto begin = own.power.cbegin();
-    const auto middle = begin + static_cast<std::ptrdiff_t>(own.middle - own.first);
-    double all = kSilence, least = 1e12;
-    for (const auto& [from, to] : {
-             std::pair{begin,  middle          },
-             std::pair{middle, own.power.cend()}
-    }) {
-        const auto peak = std::max_element(from, to);
-        const auto left = peak - std::min(kPeak_bins, peak - from);
-        const auto right = peak + std::min(kPeak_bins + 1, to - peak);
-        double rest = kSilence;
-        for (auto bin = from; bin != to; ++bin) {
-            all += *bin;
-            if (bin < left || bin >= right) rest += *bin;
-        }
-        const auto others = static_cast<double>((to - from) - (right - left));
-        least = std::min(least, std::max(*peak, kSilence) * others / rest);
-    }
-    return 10.0 * std::log10(least) + kLevelShare * 10.0 * std::log10(all);
+    const std::span<const double> power = own.power;
+    const double all = std::accumulate(power.begin(), power.end(), kSilence);
+    return {standingOut(power.first(own.middle - own.first)),
+            standingOut(power.subspan(own.middle - own.first)), 10.0 * std::log10(all)};
 }
 
 void takeChannel(std::span<const float> interleaved, std::size_t channels, std::size_t channel,
