@@ -4,6 +4,7 @@
 #   make test     builds and runs every test
 #   make bench    measures beside other programs: docs/performance.md and .svg, some 4 minutes
 #   make hearing  measures how far the receivers hear: docs/hearing.md and its pictures, some 2 hours
+#   make pictures draws the pictures of docs/inspect.md, some seconds
 #   make web      builds the npm package and the page in web/dist, for browsers
 #   make web-serve  ... and serves the page at http://127.0.0.1:8765
 #   make web-test   ... and tests them in a browser, against the command as well
@@ -16,7 +17,7 @@ JOBS ?= $(shell nproc)
 PYTHON ?= /usr/bin/python3
 BUILD := build/release
 .DEFAULT_GOAL := listen
-.PHONY: listen test bench hearing web web-serve web-test python python-test python-bench build clean
+.PHONY: listen test bench hearing pictures web web-serve web-test python python-test python-bench build clean
 
 build/packages-%: cmake/packages.txt cmake/install-packages.sh
 	cmake/install-packages.sh $*
@@ -43,6 +44,11 @@ hearing: build/packages-build build/packages-bench
 	cmake --preset bench
 	cmake --build build/bench -j $(JOBS) --target hearing
 	python3 bench/hearing/report.py --build build/bench --output docs
+
+pictures: build/packages-build build/packages-bench
+	cmake --preset bench
+	cmake --build build/bench -j $(JOBS) --target sorvel hearing
+	bench/draw_inspections.sh build/bench
 
 web: build/packages-web
 	@mkdir -p build

@@ -144,6 +144,12 @@ Choice chosen(const Report& report, const std::vector<Sighting>& sightings) {
     return wanted.sighting != nullptr || isHeard ? wanted : likeliest(report, sightings);
 }
 
+/// Without the noise that the search added; `kCover_db` where there is next to no other.
+double withoutCover(double snr_db) {
+    const double cover = std::pow(10.0, -kCover_db / 10.0);
+    return -10.0 * std::log10(std::max(std::pow(10.0, -snr_db / 10.0) - cover, cover));
+}
+
 /// Which nibbles it shows, by the view that has the most right where the text is known.
 void read(Best& best, const Sighting& sighting) {
     best.nibbles = nibblesOf(sighting.scores);
@@ -162,7 +168,7 @@ void read(Best& best, const Sighting& sighting) {
         best.nibbles = nibbles;
     }
     const deep::Arrival arrived = deep::arrival(sighting.energies, word);
-    best.snr_db = static_cast<double>(arrived.snr_db);
+    best.snr_db = withoutCover(static_cast<double>(arrived.snr_db));
     best.echo = static_cast<double>(arrived.echo);
 }
 

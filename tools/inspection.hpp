@@ -36,7 +36,7 @@ struct Nibble {
 /// What looked most like a transmission.
 struct Best {
     double start_s = 0.0, end_s = 0.0;
-    double snr_db = 0.0;    ///< tones over noise from 18 to 19.5 kHz, estimated
+    double snr_db = 0.0;    ///< tones over noise from 18 to 19.5 kHz, estimated; at most `kCover_db`
     double speed_m_s = 0.0; ///< of the source, closer is positive
     bool isMoving = false;  ///< it changed its speed
     double echo = 0.0;      ///< part of a tone's energy that is left 192 ms later, 0 to 1

@@ -261,7 +261,7 @@ private:
             at += 20;
         };
         fact("from", formatted("%.2f to %.2f s", best.start_s, best.end_s));
-        fact("signal", formatted("%.1f dB in the band", best.snr_db));
+        fact("signal", signalWords(best) + " in the band");
         fact("speed", speedWords(best));
         fact("echo", best.echo < 0.005 ? "none" : formatted("%.0f %% left 192 ms later", 100 * best.echo));
         if (!best.text.empty()) fact("text", best.text);

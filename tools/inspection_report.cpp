@@ -44,7 +44,10 @@ std::string nibbleLine(const Best& best, std::size_t side) {
 
 } // namespace
 
-std::string signalWords(const Best& best) { return formatted("%.1f dB within 18 to 19.5 kHz", best.snr_db); }
+std::string signalWords(const Best& best) {
+    return best.snr_db < kCover_db ? formatted("%.1f dB", best.snr_db)
+                                   : formatted("%.0f dB or more", kCover_db);
+}
 
 std::string speedWords(const Best& best) {
     if (std::abs(best.speed_m_s) < kSlow_m_s)
@@ -141,7 +144,7 @@ std::vector<std::string> lines(const Report& report) {
                                    best.end_s, best.clearNibbles(), deep::kNibbles));
         result.push_back("low      " + nibbleLine(best, 0));
         result.push_back("high     " + nibbleLine(best, 1));
-        result.push_back("signal    " + signalWords(best));
+        result.push_back("signal    " + signalWords(best) + " within 18 to 19.5 kHz");
         result.push_back("speed     " + speedWords(best));
         result.push_back("echo      " + echoWords(best));
     }

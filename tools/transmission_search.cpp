@@ -19,11 +19,16 @@ namespace {
 using namespace deep;
 
 // Of noise: before, so that half a transmission is measured against something, and behind, to complete what
-// has begun. Beside silence everything would be loud.
+// has begun.
 constexpr double kBefore_s = 3.5, kBehind_s = 0.7;
-constexpr float kNoise = 1e-5F;    // whose level does not matter, as every chunk is measured against its own
+constexpr float kNoise = 1e-5F; // whose level does not matter, as every chunk is measured against its own
+// Beside silence everything would be loud, what tones leak into others too: with a wrong tuning or end it
+// stands out as far as they do. So the sound is covered by noise of its own that keeps to `kCover_db` below
+// tones: evenly spread over this part of the baseband's latest peak, which falls by e in 50 ms.
+constexpr float kCover = 0.0115F, kFall = 0.9925F;
 constexpr float kRings_db = 10.0F; // ratio from which on short looks are worth their time
 constexpr double kSame_s = 0.15;   // less than a chunk: two sightings of one transmission
+constexpr double kSame_m_s = 0.4;  // less than half a tone's distance
 // Of the evidence along a track, which can follow noise, and fits tones at rest a little better too.
 constexpr float kTrackWorth = 0.8F, kTrackPenalty = 10.0F;
 constexpr int kSlipped_bins = 18; // a path that followed the neighbouring tones
@@ -47,6 +52,7 @@ public:
             std::size_t left = m_frontEnd.take(samples, m_baseband.nextRe(), m_baseband.nextIm());
             while (left > 0) {
                 const std::size_t taken = std::min(left, kBlock - m_inBlock);
+                cover(std::span(m_baseband.nextRe(), taken), std::span(m_baseband.nextIm(), taken));
                 m_baseband.append(taken);
                 m_inBlock += taken;
                 left -= taken;
@@ -59,16 +65,26 @@ public:
     void takeNoise(std::size_t count) {
         std::array<float, 512> noise{};
         for (; count > 0; count -= std::min(count, noise.size())) {
-            for (float& sample : noise)
-                sample =
-                    kNoise *
-                    (static_cast<float>(m_random()) / static_cast<float>(std::minstd_rand::max()) - 0.5F);
+            for (float& sample : noise) sample = 0.5F * kNoise * anyNumber();
             take(std::span(noise).first(std::min(count, noise.size())));
         }
     }
     const std::vector<Sighting>& sightings() const noexcept { return m_sightings; }
 
 private:
+    /// From -1 to 1.
+    float anyNumber() {
+        return 2.0F * static_cast<float>(m_random()) / static_cast<float>(std::minstd_rand::max()) - 1.0F;
+    }
+    void cover(std::span<float> re, std::span<float> im) {
+        for (std::size_t i = 0; i < re.size(); ++i) {
+            m_peak = std::max(m_peak * kFall, re[i] * re[i] + im[i] * im[i]);
+            const float most = kCover * std::sqrt(m_peak);
+            re[i] += most * anyNumber();
+            im[i] += most * anyNumber();
+        }
+    }
+
     void takeBlock() {
         const std::int64_t end = m_baseband.end();
         const auto before = [end](std::size_t samples) { return end - static_cast<std::int64_t>(samples); };
@@ -135,7 +151,8 @@ private:
         sighting.end_s -= kBefore_s;
         if (!(sighting.air.evidence >= kLeastEvidence)) return;
         const auto same = std::find_if(m_sightings.begin(), m_sightings.end(), [&](const Sighting& other) {
-            return std::abs(other.end_s - sighting.end_s) < kSame_s;
+            return std::abs(other.end_s - sighting.end_s) < kSame_s &&
+                   std::abs(other.speed_m_s - sighting.speed_m_s) < kSame_m_s;
         });
         const auto isWeaker = [](const Sighting& a, const Sighting& b) {
             return a.air.evidence < b.air.evidence;
@@ -149,6 +166,7 @@ private:
     }
 
     std::minstd_rand m_random; // the same noise each time
+    float m_peak = 0.0F;       // power
     FrontEnd m_frontEnd;
     Baseband m_baseband;
     std::size_t m_inBlock = 0;

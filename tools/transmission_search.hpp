@@ -25,13 +25,17 @@ struct Sighting {
 /// Below it nothing but noise needs to be there.
 inline constexpr float kLeastEvidence = 20.0F;
 
+/// The noise that is added to the sound, below tones within their band: no signal-to-noise ratio shows
+/// higher.
+inline constexpr double kCover_db = 40.0;
+
 /// Takes a recording as the deep receiver does, but looks closely at every candidate, as time does not press,
 /// and keeps the best instead of waiting for a text.
 ///
 /// Thread: one at a time. Memory does not grow with the recording.
 class TransmissionSearch {
 public:
-    static constexpr std::size_t kMostSightings = 32;
+    static constexpr std::size_t kMostSightings = 96;
 
     /// @param rate_hz  32000 to 384000
     explicit TransmissionSearch(double rate_hz);
