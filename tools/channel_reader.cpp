@@ -30,11 +30,22 @@ std::span<const float> ChannelReader::next() {
         if (m_damage) std::rethrow_exception(std::exchange(m_damage, nullptr));
         return {};
     }
-    const std::size_t slot = m_given++ % m_frames.size(), frames = m_frames[slot];
-    const std::span<float> mono = std::span(m_mono).first(frames);
+    ++m_given;
+    return taken(m_channel, m_mono);
+}
+
+std::span<const float> ChannelReader::beside(std::uint32_t channel) {
+    m_beside.resize(m_block_frames);
+    return taken(channel - 1, m_beside);
+}
+
+/// Of the block that was given last.
+std::span<const float> ChannelReader::taken(std::size_t channel, std::vector<float>& mono) const {
+    const std::size_t slot = (m_given - 1) % m_frames.size(), frames = m_frames[slot];
+    const std::span<float> result = std::span(mono).first(frames);
     takeChannel(std::span(m_interleaved).subspan(slot * m_block_frames * m_channels, frames * m_channels),
-                m_channels, m_channel, mono);
-    return mono;
+                m_channels, channel, result);
+    return result;
 }
 
 /// @return frames, 0 at the end

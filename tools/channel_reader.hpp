@@ -23,9 +23,12 @@ public:
     /// @return up to 100 ms, good until the next call; empty at the end
     /// @throws AudioFileError  as the reader does, after all that lies before the damage
     std::span<const float> next();
+    /// Another channel, from 1 on, of what `next` gave last; good until the next call of either.
+    std::span<const float> beside(std::uint32_t channel);
 
 private:
     std::size_t readBlock();
+    std::span<const float> taken(std::size_t channel, std::vector<float>& mono) const;
 
     AudioFileReader& m_reader;
     const std::size_t m_channels, m_block_frames;
@@ -37,7 +40,7 @@ private:
     std::size_t m_read = 0, m_given = 0;
     bool m_isAtEnd = false;
     std::exception_ptr m_damage; // that was met ahead
-    std::vector<float> m_mono;
+    std::vector<float> m_mono, m_beside;
 };
 
 } // namespace sorvel

@@ -1,6 +1,7 @@
 /// What listening to recordings finds, and who goes through one.
 #pragma once
 
+#include "tools/channel_texts.hpp"
 #include "tools/heard.hpp"
 #include "tools/listen_options.hpp"
 #include "tools/message.hpp"
@@ -51,6 +52,9 @@ public:
 
 /// Goes through recordings, one after another, with a receiver of its own.
 ///
+/// Of several channels it hears one, see ChannelReader. The deep receiver hears both of two in a file: it
+/// hears further down in noise than any look at the channels could tell them apart.
+///
 /// Any number may be at work, each on a thread of its own, of which only one may hear what is no
 /// regular file.
 class Hearing {
@@ -63,11 +67,16 @@ public:
 
 private:
     std::unique_ptr<RecordingReceiver> makeReceiver();
+    void checkChannel(const std::string& file, int channels) const;
+    void take(const Heard& heard);
+    void release(double heard_s);
     void go(const std::string& file, RecordingEnded& end, bool& hasBegun);
 
     const ListenOptions& m_options;
-    Findings* m_findings = nullptr; // of the present recording
-    std::unique_ptr<RecordingReceiver> m_receiver;
+    Findings* m_findings = nullptr;                          // of the present recording
+    std::unique_ptr<RecordingReceiver> m_receiver, m_second; // the second where both channels are heard
+    bool m_hearsBoth = false;
+    ChannelTexts m_texts; // of both
 };
 
 } // namespace sorvel

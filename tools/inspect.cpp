@@ -1,5 +1,6 @@
 #include "platform/audio_file_reader.hpp"
 #include "platform/picture.hpp"
+#include "tools/channel_reader.hpp"
 #include "tools/command.hpp"
 #include "tools/deep_recording_decoder.hpp"
 #include "tools/inspection_picture.hpp"
@@ -29,6 +30,7 @@ struct InspectOptions {
     std::string picture;
     std::string prefix;
     std::optional<double> from_s, to_s;
+    std::optional<std::uint32_t> channel; ///< from 1 on; none: the best
     bool json = false;
 };
 
@@ -51,6 +53,7 @@ constexpr const char* kFooter =
     "Exit status: 0 something was heard, 1 nothing was, 2 wrong usage or a file that cannot be read.";
 
 constexpr double kShown_s = 10.0;
+constexpr const char* kReadsTwice = "inspect reads twice: name a file, not a pipe or standard input";
 
 /// Goes through a part of a recording, piece by piece.
 class Reading {
@@ -62,19 +65,20 @@ public:
                 const std::function<void(std::span<const float>)>& take) {
         AudioFileReader reader(m_options.file);
         const int rate_hz = reader.sampleRate_hz();
-        std::vector<float> block(static_cast<std::size_t>(rate_hz) / 10);
+        const auto inTenth = static_cast<std::uint64_t>(rate_hz) / 10;
+        ChannelReader channel(reader, m_options.channel);
         const auto first = frame(from_s, rate_hz), last = frame(to_s, rate_hz);
         std::uint64_t at = 0;
         while (at < last) {
             if (Interruption::hasCome()) throw Interrupted();
-            const std::size_t n =
-                reader.read(std::span(block).first(std::min<std::uint64_t>(block.size(), last - at)));
-            if (n == 0) break;
-            if (at + n > first) take(std::span(block).first(n).subspan(first > at ? first - at : 0));
-            at += n;
+            std::span<const float> samples = channel.next();
+            if (samples.empty()) break;
+            samples = samples.first(std::min<std::uint64_t>(samples.size(), last - at));
+            if (at + samples.size() > first) take(samples.subspan(first > at ? first - at : 0));
+            at += samples.size();
             m_status.show([&] {
                 std::string text =
-                    m_options.file + ": " + what + ", " + std::to_string(at / block.size() / 10) + " s";
+                    m_options.file + ": " + what + ", " + std::to_string(at / inTenth / 10) + " s";
                 const std::uint64_t all = std::min(last, reader.frames().value_or(last));
                 if (all > 0) text += ", " + std::to_string(100 * at / all) + " %";
                 return text;
@@ -157,8 +161,12 @@ void check(const InspectOptions& options) {
         throw UsageError("--from is not before --to");
     checkPrefix(options.prefix);
     if (!options.picture.empty()) checkPicturePath(options.picture);
-    if (options.file == "-" || !AudioFileReader(options.file).frames())
-        throw UsageError("inspect reads twice: name a file, not a pipe or standard input");
+    if (options.file == "-") throw UsageError(kReadsTwice);
+    const AudioFileReader reader(options.file);
+    if (!reader.frames()) throw UsageError(kReadsTwice);
+    if (options.channel && *options.channel > static_cast<std::uint32_t>(reader.channels()))
+        throw UsageError(options.file + " has no channel " + std::to_string(*options.channel) +
+                         ", its last one is " + std::to_string(reader.channels()));
 }
 
 int inspect(const InspectOptions& options) {
@@ -200,6 +208,10 @@ Command addInspect(CLI::App& sorvel) {
         ->check(given("the prefix"));
     app->add_option("--from", options->from_s, "second at which to begin")->check(seconds(1e9));
     app->add_option("--to", options->to_s, "second at which to end")->check(seconds(1e9));
+    app->add_option(
+           "--channel", options->channel,
+           "the one to look at, from 1 on; without it, the one in which transmissions stand out best")
+        ->check(CLI::Range(1, AudioFileReader::kMaxChannels));
     app->add_flag("--json", options->json, "one JSON object");
     return {app, [options] { return inspect(*options); }};
 }

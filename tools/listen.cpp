@@ -33,6 +33,7 @@ constexpr const char* kFooter =
     "From a microphone time counts from the start of listening, file is the input's name, and at the time of "
     "day.\n"
     "Of several channels the one is heard in which a transmission stands out best; --channel takes another.\n"
+    "The deep receiver hears both channels of a stereo file.\n"
     "Many recordings are heard at once, on as many cores as there are or --jobs says; what is printed stays "
     "in the\norder of the files.\n"
     "--once ends with the first text, from a microphone also when that goes away.\n"

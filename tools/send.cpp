@@ -1,6 +1,6 @@
-#include "platform/wav_writer.hpp"
 #include "platform/cubeb_devices.hpp"
 #include "platform/rate_converter.hpp"
+#include "platform/wav_writer.hpp"
 #include "tools/command.hpp"
 #include "tools/interruption.hpp"
 #include "tools/message.hpp"

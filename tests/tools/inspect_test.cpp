@@ -211,6 +211,19 @@ TEST_F(Inspect, LooksAtAPartAndCountsFromTheStartOfTheFile) {
     EXPECT_EQ(inspected("two.wav --from 6 --to 20", 1)["verdict"], "silence");
 }
 
+TEST_F(Inspect, LooksAtTheBetterChannelOrTheOneAskedFor) {
+    record("a.wav", inNoise(sorvel::transmission("acme_1234", 50)));
+    record("hiss.wav", noise(frames(5), 0.1F, 3));
+    sox("-M a.wav -v -1 a.wav opposite.wav");
+    sox("-M hiss.wav a.wav right.wav");
+    EXPECT_EQ(inspected("opposite.wav", 0)["best"]["clear_nibbles"], 34);
+    EXPECT_EQ(inspected("right.wav", 0)["best"]["clear_nibbles"], 34);
+    EXPECT_EQ(inspected("right.wav --channel 1", 1)["verdict"], "nothing");
+    const Outcome none = shell("sorvel inspect right.wav --channel 3");
+    EXPECT_EQ(none.status, 2);
+    EXPECT_THAT(none.err, HasSubstr("has no channel 3, its last one is 2"));
+}
+
 std::uint32_t pixel(cairo_surface_t* image, double x, double y) {
     const unsigned char* const row = cairo_image_surface_get_data(image) +
                                      static_cast<std::ptrdiff_t>(y) * cairo_image_surface_get_stride(image);
