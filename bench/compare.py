@@ -99,6 +99,7 @@ def processes(sorvel, folder):
     for rate in (96000, 48000, 44100):
         sound = str(folder / f"{rate}.wav")
         yield f"sorvel listen, {rate / 1000:g} kHz", [sorvel, "listen", sound, "--no-telemetry"]
+    yield "sorvel listen --receiver deep, 44.1 kHz", [sorvel, "listen", sound, "--no-telemetry", "--receiver", "deep"]
     yield "minimodem", ["minimodem", "--rx", "1200", "-q", "-f", str(folder / "48000.wav")]
     yield "multimon-ng", ["multimon-ng", "-q", "-t", "raw", "-a", "AFSK1200", str(folder / "22050.raw")]
 
@@ -118,14 +119,17 @@ def measure_process(figures, name, command, folder, seconds):
     figures[name, "heard"].append(printed.decode(errors="replace").splitlines().count(TEXT))
 
 
-def measure_start(figures, sorvel):
-    """From the start of the process to its end, ms by the clock: what every call costs before it does anything."""
-    times_ms = []
+def measure_starts(figures, sorvel):
+    """From the start of a process to its end, ms by the clock: what every call costs before it does anything."""
+    programs = {"start": [sorvel, "--version"], "minimodem's start": ["minimodem", "--version"], "true": ["true"]}
+    times_ms = collections.defaultdict(list)
     for _ in range(STARTS):
-        before = time.perf_counter()
-        run(sorvel, "--version")
-        times_ms.append(1000 * (time.perf_counter() - before))
-    figures["start"].append(statistics.median(times_ms))
+        for name, command in programs.items():
+            before = time.perf_counter()
+            run(*command)
+            times_ms[name].append(1000 * (time.perf_counter() - before))
+    for name, times in times_ms.items():
+        figures[name].append(statistics.median(times))
 
 
 def measure_library(figures, program, least_s):
@@ -220,12 +224,14 @@ alignment is tried. A receiver has 21.3 ms for a frame.
 
 {seconds} s of that sound from a 16-bit file, from the start of the process to its end. **No contest of like with like**:
 nothing else at hand decodes this signal. Two modems for other signals run over the same sound, to give a scale.
-`sorvel listen` feeds the modem 48 and 96 kHz as they are; 44.1 kHz it converts to 48 kHz.
+`sorvel listen` feeds the modem 48 and 96 kHz as they are; 44.1 kHz it converts to 48 kHz, which the deep receiver does
+not need.
 
 {table(("program", "x real time", "processor time, s", "peak memory, MB", "texts heard",
         *(f"ratio to {peer}" for peer in PEERS)), *whole)}
-- `sorvel --version` takes {spread(figures["start"])} ms from its start to its end, as this script sees it: the median
-  of {STARTS} in each round.
+- `sorvel --version` takes {spread(figures["start"])} ms from its start to its end, as this script sees it, `minimodem
+  --version` {spread(figures["minimodem's start"])} ms and `true` {spread(figures["true"])} ms: medians of {STARTS} in each
+  round, one after another.
 """ + "".join(f"- {peer}.\n" for peer in PEERS.values())
 
 
@@ -282,7 +288,7 @@ def compare(options):
             print(f"Round {i + 1} of {rounds}", flush=True)
             for name, command in programs.items():
                 measure_process(figures, name, command, folder, seconds)
-            measure_start(figures, sorvel)
+            measure_starts(figures, sorvel)
             measure_library(figures, benchmarks, 0.01 if options.quick else 0.05)
             measure_analysis(figures, analysis, 1 if options.quick else 3)
     head = (("machine", f"{processor()}, one core of {os.cpu_count()}; load average at the start {load:.1f}"),

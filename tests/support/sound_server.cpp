@@ -118,9 +118,10 @@ std::string SoundServer::ask(std::initializer_list<std::string> command) const {
     return text.substr(0, text.find('\n'));
 }
 
-std::string SoundServer::addSink(const std::string& name, int rate_hz) const {
-    return ask({"pactl", "load-module", "module-null-sink", "sink_name=" + name, "channels=1",
-                "format=float32le", "rate=" + std::to_string(rate_hz)});
+std::string SoundServer::addSink(const std::string& name, int rate_hz, int channels) const {
+    return ask({"pactl", "load-module", "module-null-sink", "sink_name=" + name,
+                "channels=" + std::to_string(channels), "format=float32le",
+                "rate=" + std::to_string(rate_hz)});
 }
 
 void SoundServer::removeSink(const std::string& sink) const { ask({"pactl", "unload-module", sink}); }
@@ -142,11 +143,12 @@ void SoundServer::freeze() { signal(SIGSTOP); }
 void SoundServer::thaw() { signal(SIGCONT); }
 
 SoundServer::Player::Player(const SoundServer&, std::span<const float> samples, int rate_hz,
-                            const std::string& sink) {
+                            const std::string& sink, int channels) {
     m_folder.write("sound", std::string(reinterpret_cast<const char*>(samples.data()), samples.size_bytes()));
     const std::string folder = m_folder.path();
-    m_process = spawn({"pacat", "--raw", "--format=float32le", "--channels=1", "--latency-msec=100",
-                       "--device=" + sink, "--rate=" + std::to_string(rate_hz), folder + "/sound"},
+    m_process = spawn({"pacat", "--raw", "--format=float32le", "--channels=" + std::to_string(channels),
+                       "--latency-msec=100", "--device=" + sink, "--rate=" + std::to_string(rate_hz),
+                       folder + "/sound"},
                       folder + "/log");
 }
 

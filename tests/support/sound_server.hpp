@@ -33,15 +33,16 @@ public:
     void thaw();
 
     /// Adds a sink, with a monitor of its own. @return what `removeSink` takes
-    std::string addSink(const std::string& name, int rate_hz) const;
+    std::string addSink(const std::string& name, int rate_hz, int channels = 1) const;
     void removeSink(const std::string& sink) const;
     void makeDefault(const std::string& source) const;
 
-    /// A program that plays `samples`, mono, into the sink, and ends once all has sounded.
+    /// A program that plays `samples`, the channels interleaved, into the sink, and ends once all has
+    /// sounded.
     class Player {
     public:
         Player(const SoundServer& server, std::span<const float> samples, int rate_hz,
-               const std::string& sink = "air");
+               const std::string& sink = "air", int channels = 1);
         ~Player();
         Player(const Player&) = delete;
         Player& operator=(const Player&) = delete;
