@@ -1,7 +1,7 @@
 // Rate conversion of floats, block by block of 100 ms: PolyphaseFilter beside speexdsp at the quality that is
 // as good in the band.
 
-#include "platform/polyphase_filter.hpp"
+#include "platform/audio/polyphase_filter.hpp"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>

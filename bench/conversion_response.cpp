@@ -1,7 +1,7 @@
 // How PolyphaseFilter passes tones of every frequency: level of the tone, and of all that is not the tone.
 // Prints the worst figures and writes the picture: conversion_response FILE.svg
 
-#include "platform/polyphase_filter.hpp"
+#include "platform/audio/polyphase_filter.hpp"
 
 #include <algorithm>
 #include <cmath>

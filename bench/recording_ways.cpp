@@ -7,7 +7,7 @@
 //     recording_ways [trials]   20 unless given; 300 tell the ways apart to some 0.1 dB
 #include "modem/ggwave.h"
 #include "payload/encoding.hpp"
-#include "platform/rate_converter.hpp"
+#include "platform/audio/rate_converter.hpp"
 #include "tools/recording_decoder.hpp"
 #include "tools/simulated_air.hpp"
 #include "tools/transmission.hpp"

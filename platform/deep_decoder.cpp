@@ -1,7 +1,7 @@
 #include "platform/deep_decoder.hpp"
 
 #include "deep/receiver.hpp"
-#include "platform/rate_converter.hpp"
+#include "platform/audio/rate_converter.hpp"
 
 #include <algorithm>
 #include <array>

@@ -1,9 +1,9 @@
 #include "platform/default_platform.hpp"
 
-#include "platform/curl_http.hpp"
-#include "platform/device_facts.hpp"
-#include "platform/file_store.hpp"
-#include "platform/uuid.hpp"
+#include "platform/files/file_store.hpp"
+#include "platform/http/curl_http.hpp"
+#include "platform/system/device_facts.hpp"
+#include "platform/system/uuid.hpp"
 #include "sdk/MainQueue.hpp"
 #include "sdk/SorvelUBM.hpp"
 

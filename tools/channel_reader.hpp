@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/audio_file_reader.hpp"
-#include "platform/channel_choice.hpp"
+#include "platform/audio/channel_choice.hpp"
+#include "platform/files/audio_file_reader.hpp"
 
 #include <cstddef>
 #include <exception>

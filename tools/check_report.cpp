@@ -1,6 +1,6 @@
 #include "tools/check_report.hpp"
 
-#include "platform/cubeb_devices.hpp"
+#include "platform/audio/cubeb_devices.hpp"
 
 #include <algorithm>
 #include <array>

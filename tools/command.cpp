@@ -1,7 +1,7 @@
 #include "tools/command.hpp"
 
 #include "payload/encoding.hpp"
-#include "platform/audio_file.hpp"
+#include "platform/files/audio_file.hpp"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

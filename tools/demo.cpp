@@ -1,4 +1,4 @@
-#include "platform/wav_writer.hpp"
+#include "platform/files/wav_writer.hpp"
 #include "tools/command.hpp"
 #include "tools/heard_line.hpp"
 #include "tools/simulated_air.hpp"

@@ -1,4 +1,4 @@
-#include "platform/cubeb_devices.hpp"
+#include "platform/audio/cubeb_devices.hpp"
 #include "tools/command.hpp"
 
 #include <CLI/CLI.hpp>

@@ -1,6 +1,6 @@
 #include "tools/file_listening.hpp"
 
-#include "platform/audio_file.hpp"
+#include "platform/files/audio_file.hpp"
 #include "tools/heard_line.hpp"
 #include "tools/hearing_ahead.hpp"
 #include "tools/interruption.hpp"

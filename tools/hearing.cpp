@@ -1,6 +1,6 @@
 #include "tools/hearing.hpp"
 
-#include "platform/audio_file_reader.hpp"
+#include "platform/files/audio_file_reader.hpp"
 #include "tools/channel_reader.hpp"
 #include "tools/deep_recording_decoder.hpp"
 #include "tools/interruption.hpp"

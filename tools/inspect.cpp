@@ -1,5 +1,5 @@
-#include "platform/audio_file_reader.hpp"
-#include "platform/picture.hpp"
+#include "platform/files/audio_file_reader.hpp"
+#include "platform/files/picture.hpp"
 #include "tools/channel_reader.hpp"
 #include "tools/command.hpp"
 #include "tools/deep_recording_decoder.hpp"

@@ -1,6 +1,6 @@
 #include "tools/inspection_picture.hpp"
 
-#include "platform/picture.hpp"
+#include "platform/files/picture.hpp"
 #include "tools/inspection_report.hpp"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
 #include "modem/ggwave.h"
-#include "platform/audio_file_reader.hpp"
+#include "platform/files/audio_file_reader.hpp"
 #include "telemetry/EventHub.hpp"
 #include "tools/command.hpp"
 #include "tools/file_listening.hpp"

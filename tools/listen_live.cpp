@@ -1,5 +1,5 @@
 #include "deep/receiver.hpp"
-#include "platform/cubeb_capture.hpp"
+#include "platform/audio/cubeb_capture.hpp"
 #include "platform/deep_decoder.hpp"
 #include "sdk/MainQueue.hpp"
 #include "sdk/SorvelUBM.hpp"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/audio_file.hpp"
+#include "platform/files/audio_file.hpp"
 #include "sdk/platform.hpp"
 
 #include <cstdint>

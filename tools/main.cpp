@@ -1,4 +1,4 @@
-#include "platform/audio_file.hpp"
+#include "platform/files/audio_file.hpp"
 #include "tools/command.hpp"
 #include "tools/interruption.hpp"
 

@@ -1,6 +1,6 @@
 #include "tools/play.hpp"
 
-#include "platform/cubeb_devices.hpp"
+#include "platform/audio/cubeb_devices.hpp"
 #include "tools/interruption.hpp"
 #include "tools/transmission.hpp"
 

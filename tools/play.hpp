@@ -1,8 +1,8 @@
 /// Sound on its way to the loudspeaker, in real time.
 #pragma once
 
-#include "platform/cubeb_playback.hpp"
-#include "platform/rate_converter.hpp"
+#include "platform/audio/cubeb_playback.hpp"
+#include "platform/audio/rate_converter.hpp"
 #include "tools/command.hpp"
 
 #include <array>

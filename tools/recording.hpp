@@ -2,7 +2,7 @@
 /// samples to their rate.
 #pragma once
 
-#include "platform/rate_converter.hpp"
+#include "platform/audio/rate_converter.hpp"
 
 #include <cstdint>
 #include <span>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "deep/transform.hpp"
-#include "platform/rate_converter.hpp"
+#include "platform/audio/rate_converter.hpp"
 #include "tools/check_analysis.hpp"
 
 #include <cstddef>

@@ -1,7 +1,7 @@
 #include "bench/hearing/receivers.hpp"
 #include "modem/ggwave.h"
 #include "payload/encoding.hpp"
-#include "platform/block_converter.hpp"
+#include "platform/audio/block_converter.hpp"
 #include "sdk/block_decoding.hpp"
 
 #include <algorithm>

@@ -10,7 +10,7 @@
 #include "bench/hearing/report.hpp"
 #include "bench/hearing/superset.hpp"
 #include "modem/ggwave.h"
-#include "platform/wav_writer.hpp"
+#include "platform/files/wav_writer.hpp"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

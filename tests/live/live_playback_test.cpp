@@ -1,5 +1,5 @@
-#include "platform/cubeb_devices.hpp"
-#include "platform/cubeb_library.hpp"
+#include "platform/audio/cubeb_devices.hpp"
+#include "platform/audio/cubeb_library.hpp"
 #include "tests/live/run_program.hpp"
 #include "tests/support/sound_server.hpp"
 

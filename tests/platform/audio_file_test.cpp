@@ -1,5 +1,5 @@
-#include "platform/audio_file_reader.hpp"
-#include "platform/wav_writer.hpp"
+#include "platform/files/audio_file_reader.hpp"
+#include "platform/files/wav_writer.hpp"
 #include "tests/support/temporary_folder.hpp"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "platform/block_converter.hpp"
+#include "platform/audio/block_converter.hpp"
 
 #include <cmath>
 #include <cstring>

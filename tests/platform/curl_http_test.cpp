@@ -1,4 +1,4 @@
-#include "platform/curl_http.hpp"
+#include "platform/http/curl_http.hpp"
 #include "telemetry/EventHub.hpp"
 #include "tests/support/https_server.hpp"
 

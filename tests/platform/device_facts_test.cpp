@@ -1,5 +1,5 @@
-#include "platform/device_facts.hpp"
-#include "platform/uuid.hpp"
+#include "platform/system/device_facts.hpp"
+#include "platform/system/uuid.hpp"
 #include "tests/support/temporary_folder.hpp"
 
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "platform/file_store.hpp"
+#include "platform/files/file_store.hpp"
 #include "tests/support/temporary_folder.hpp"
 
 #include <cstdlib>

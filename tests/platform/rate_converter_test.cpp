@@ -1,4 +1,4 @@
-#include "platform/rate_converter.hpp"
+#include "platform/audio/rate_converter.hpp"
 #include "sdk/audio.hpp"
 #include "tests/support/allocation_count.hpp"
 

@@ -1,5 +1,5 @@
-#include "platform/curl_http.hpp"
-#include "platform/shared_library.hpp"
+#include "platform/http/curl_http.hpp"
+#include "platform/system/shared_library.hpp"
 #include "tests/support/temporary_folder.hpp"
 
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "platform/rate_converter.hpp"
+#include "platform/audio/rate_converter.hpp"
 #include "tests/support/transmissions.hpp"
 #include "tools/check_report.hpp"
 #include "tools/simulated_air.hpp"

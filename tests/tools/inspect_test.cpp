@@ -1,6 +1,6 @@
 #include "modem/rs.hpp"
 #include "payload/encoding.hpp"
-#include "platform/wav_writer.hpp"
+#include "platform/files/wav_writer.hpp"
 #include "tests/support/transmissions.hpp"
 #include "tests/tools/run_sorvel.hpp"
 #include "tools/inspection_picture.hpp"

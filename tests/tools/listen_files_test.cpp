@@ -1,4 +1,4 @@
-#include "platform/audio_file.hpp"
+#include "platform/files/audio_file.hpp"
 #include "telemetry/Event.hpp"
 #include "telemetry/EventHub.hpp"
 #include "tests/support/fake_platform.hpp"
