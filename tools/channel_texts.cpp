@@ -18,12 +18,13 @@ void ChannelTexts::put(const Heard& heard) {
     const auto same = std::find_if(m_waiting.begin(), m_waiting.end(), [&](const Heard& other) {
         return other.text == heard.text && std::abs(other.time_s - heard.time_s) < kSame_s;
     });
-    if (same == m_waiting.end())
-        m_waiting.push_back(heard);
-    else if (margin(*same) < margin(heard))
-        *same = heard;
-    std::stable_sort(m_waiting.begin(), m_waiting.end(),
-                     [](const Heard& a, const Heard& b) { return a.time_s < b.time_s; });
+    if (same != m_waiting.end()) {
+        if (margin(*same) >= margin(heard)) return;
+        m_waiting.erase(same);
+    }
+    const auto later = std::find_if(m_waiting.begin(), m_waiting.end(),
+                                    [&](const Heard& other) { return other.time_s > heard.time_s; });
+    m_waiting.insert(later, heard);
 }
 
 void ChannelTexts::release(double heard_s, const std::function<void(const Heard&)>& deliver) {

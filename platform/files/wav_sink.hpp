@@ -20,7 +20,7 @@ public:
 };
 
 /// @param frames  that will be written
-/// @throws AudioFileError
+/// @throws AudioFileError  also for what is read-only, a terminal or a folder
 std::unique_ptr<WavSink> openedSink(const std::string& path, int sampleRate_hz, StoredFormat format,
                                     std::uint64_t frames);
 
