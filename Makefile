@@ -11,13 +11,15 @@
 #   make python   builds the Python package's wheel in build/python
 #   make python-test   ... installs it into a new venv and tests it there
 #   make python-bench  ... and measures it beside C
+#   make packages       Debian packages in build/deb: sorvel, libsorvel1, libsorvel-dev
+#   make packages-test  ... and uses them in a fresh Debian root
 #   make clean    removes build/ and what `make web` made
 
 JOBS ?= $(shell nproc)
 PYTHON ?= /usr/bin/python3
 BUILD := build/release
 .DEFAULT_GOAL := listen
-.PHONY: listen test bench hearing pictures web web-serve web-test python python-test python-bench build clean
+.PHONY: listen test bench hearing pictures web web-serve web-test python python-test python-bench packages packages-test build clean
 
 build/packages-%: cmake/packages.txt cmake/install-packages.sh
 	cmake/install-packages.sh $*
@@ -80,6 +82,12 @@ python-bench: python-test
 	@folder=build/python/cmake-$$($(PYTHON) -c 'import sysconfig; print(sysconfig.get_config_var("SOABI"))') && \
 	cmake --build $$folder --target sorvel_python_blocks && \
 	build/python/venv/bin/python python/bench/blocks.py $$folder/python
+
+packages: build/packages-build build/packages-deb
+	packaging/build.sh build/deb
+
+packages-test: packages
+	tests/packaging/run.sh build/deb $(CURDIR)
 
 clean:
 	rm -rf build web/dist

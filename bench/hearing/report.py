@@ -4,7 +4,7 @@
     bench/hearing/report.py                                  after `cmake --build build/bench`; `make hearing` does both
     bench/hearing/report.py --quick --build DIR --output DIR one short round, to see that everything runs
 
-Takes some hours with its own figures: fewer trials with --trials, --superset and --hours. What is done is kept
+Takes some hours with its own figures: fewer trials with --trials, --table, --superset and --hours. What is done is kept
 below the build, so that an interrupted run goes on where it was. Draws are those for reporting, which no setting
 was tuned on. Python's standard library only.
 """
@@ -133,18 +133,19 @@ def main():
     parser.add_argument("--build", type=pathlib.Path, default=SOURCE / "build/bench")
     parser.add_argument("--output", type=pathlib.Path, default=SOURCE / "docs")
     parser.add_argument("--quick", action="store_true")
-    parser.add_argument("--trials", type=int, default=200, help="a point")
+    parser.add_argument("--trials", type=int, default=200, help="a point of the curves")
+    parser.add_argument("--table", type=int, default=200, help="transmissions a row of what is to be reached")
     parser.add_argument("--superset", type=int, default=10000, help="transmissions over all channels")
     parser.add_argument("--hours", type=float, default=1.0, help="of each sound without a text")
     plan = parser.parse_args()
     if plan.quick:
-        plan.trials, plan.superset, plan.hours = 1, 1, 0.003
+        plan.trials, plan.table, plan.superset, plan.hours = 1, 1, 1, 0.003
 
     common = ["--draws", "reporting", "--jobs", str(os.cpu_count())]
     parts = {"superset": hearing(plan.build, "--superset", str(plan.superset), *common, may_miss=True)}
     which = ["--point", "white", "--point", "opus:128"] if plan.quick else ["--curves"]
     records = json.loads(hearing(plan.build, *which, *common, "--trials", str(plan.trials), "--output", "CURVES"))
-    table = hearing(plan.build, "--table", *common, "--trials", str(plan.trials), may_miss=True)
+    table = hearing(plan.build, "--table", *common, "--trials", str(plan.table), may_miss=True)
     parts["table"] = table[table.index("| channel"):]
     parts["false"] = hearing(plan.build, "--false-texts", str(plan.hours), *common, may_miss=True)
     parts["cost"] = hearing(plan.build, "--cost")
