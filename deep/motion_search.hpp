@@ -121,7 +121,7 @@ private:
     LineFilter m_lines;
     ChirpScores m_chirps;
     std::array<float, kOffsets> m_worths{}; // coarse, by offset
-    float m_leastNoise = 0.0F; // power of a sample
+    float m_leastNoise = 0.0F;              // power of a sample
     Stage m_stage = Stage::kDone;
     int m_unit = 0;  // of the stage
     int m_spent = 0; // transforms in this step

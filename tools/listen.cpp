@@ -20,14 +20,14 @@ constexpr const char* kFooter =
     "Examples:\n"
     "  sorvel listen hello.wav --prefix acme\n"
     "  sorvel listen *.flac --prefix acme --json\n"
-    "  sorvel listen hall.wav --prefix acme --receiver deep --json\n"
+    "  sorvel listen hall.wav --prefix acme --json\n"
     "  arecord -f S16_LE -r 96000 -t raw | sorvel listen - --raw --rate 96000 --format i16 --prefix acme\n"
     "  sox talk.flac -t wav - trim 60 30 | sorvel listen -\n"
     "Prints one line for each text heard. Within one second after a text, others are taken as its repeats "
     "and\n"
     "dropped, unless --all is given. With --json a line is an object: text, time (seconds from the start of "
     "the\n"
-    "recording to the end of the text) and file; with --receiver deep also snr_db (within 18 to 19.5 kHz), "
+    "recording to the end of the text) and file; of the deep receiver also snr_db (within 18 to 19.5 kHz), "
     "speed_m_s\n"
     "(of the source, closer is positive), echo (0 to 1) and margin (of belief, in nats).\n"
     "From a microphone time counts from the start of listening, file is the input's name, and at the time of "
@@ -49,7 +49,7 @@ void check(const ListenOptions& options) {
         throw UsageError("--messages needs recordings or -; the microphone hears texts");
     if (options.messages && (options.all || !options.prefix.empty()))
         throw UsageError("--prefix and --all are for texts; messages have neither a prefix nor repeats");
-    const bool isDeep = options.receiver == ReceiverKind::Deep;
+    const bool isDeep = options.isReceiverGiven && options.receiver == ReceiverKind::Deep;
     if (isDeep && options.messages)
         throw UsageError("--receiver deep hears texts; leave it out for messages");
     if (isDeep && options.all)
@@ -65,8 +65,9 @@ void check(const ListenOptions& options) {
     checkPrefix(options.prefix);
 }
 
-int listen(const ListenOptions& options) {
+int listen(ListenOptions options) {
     check(options);
+    if (options.all) options.receiver = ReceiverKind::Classic; // the deep one reports no transmission twice
     if (options.messages) {
         GGWave::setLogFile(nullptr); // its three progress lines a message
         if (!options.protocolFile.empty()) useProtocolFile(options.protocolFile);
@@ -85,16 +86,17 @@ int listen(const ListenOptions& options) {
     return result;
 }
 
-void addReceiver(CLI::App& app, ReceiverKind& receiver) {
-    const auto take = [&receiver](const std::string& name) {
-        receiver = name == "deep" ? ReceiverKind::Deep : ReceiverKind::Classic;
+void addReceiver(CLI::App& app, ListenOptions& options) {
+    const auto take = [&options](const std::string& name) {
+        options.receiver = name == "deep" ? ReceiverKind::Deep : ReceiverKind::Classic;
+        options.isReceiverGiven = true;
     };
     app.add_option_function<std::string>(
            "--receiver", take,
-           "of texts: classic, or deep, which hears 9 dB further down in noise and sources that move")
+           "of texts: deep, or classic, which is deaf to what moves, and 9 dB further up in noise")
         ->check(CLI::IsMember(std::vector<std::string>{"classic", "deep"}))
         ->type_name("NAME")
-        ->default_str("classic");
+        ->default_str("deep");
 }
 
 } // namespace
@@ -109,7 +111,7 @@ Command addListen(CLI::App& sorvel) {
         "recordings (WAV, FLAC, OGG, ...), or - for a WAV stream on standard input; none: the microphone");
     app->add_option("--prefix", options->prefix, "only texts that begin so; without it, all")
         ->check(given("the prefix"));
-    addReceiver(*app, options->receiver);
+    addReceiver(*app, *options);
     app->add_flag("--json", options->json, "one JSON object per line");
     app->add_flag("--all", options->all, "report every delivery, repeats too");
     CLI::Option* const raw = app->add_flag("--raw", options->isRaw, "the input has no header: needs --rate");

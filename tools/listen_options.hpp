@@ -15,7 +15,8 @@ enum class ReceiverKind : std::uint8_t { Classic, Deep };
 struct ListenOptions {
     std::vector<std::string> files; ///< none: the microphone
     std::string prefix;
-    ReceiverKind receiver = ReceiverKind::Classic;
+    ReceiverKind receiver = ReceiverKind::Deep;
+    bool isReceiverGiven = false;
     bool json = false;
     bool all = false;
     bool isRaw = false;

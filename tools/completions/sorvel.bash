@@ -33,7 +33,7 @@ _sorvel_value() {
         listen:--device | check:--device) _sorvel_devices input ;;
         send:-o | inspect:-o | demo:-o | *:--output | send:--file | *:--protocol-file) _sorvel_files ;;
         send:--message | send:--protocol | send:--repeat | send:--gap | *:--volume) ;;
-        *:--prefix | listen:--channel | listen:--channels | listen:--jobs | listen:--timeout) ;;
+        *:--prefix | *:--channel | listen:--channels | listen:--jobs | listen:--timeout) ;;
         inspect:--from | inspect:--to | demo:--seed) ;;
         *) return 1 ;;
     esac
@@ -51,7 +51,7 @@ _sorvel_options() {
                 --no-telemetry
             ;;
         check) _sorvel_words --help --listen-only --device --output-device --volume --json ;;
-        inspect) _sorvel_words --help --output --prefix --from --to --json ;;
+        inspect) _sorvel_words --help --output --prefix --channel --from --to --json ;;
         demo) _sorvel_words --help --seed --output --json ;;
         devices) _sorvel_words --help --json ;;
         hash) _sorvel_words --help ;;

@@ -64,6 +64,7 @@ __sorvel check -l json -d 'One JSON object'
 __sorvel inspect -F
 __sorvel inspect -s o -l output -rF -d 'Picture to write, PNG or SVG'
 __sorvel inspect -l prefix -x -d 'Of the texts that are waited for'
+__sorvel inspect -l channel -x -d 'The channel to look at'
 __sorvel inspect -l from -x -d 'Second at which to begin'
 __sorvel inspect -l to -x -d 'Second at which to end'
 __sorvel inspect -l json -d 'One JSON object'
