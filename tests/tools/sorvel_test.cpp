@@ -54,7 +54,9 @@ TEST_F(Sorvel, WithoutTheSoundLibraryHearsRecordingsAndSaysWhyNotTheMicrophone) 
     write("libcubeb.so.0", "no library");
     EXPECT_EQ(shell("sorvel send x -o a.wav && LD_LIBRARY_PATH=$PWD sorvel listen a.wav").out, "x\n");
     for (const std::string microphone : {"devices", "listen --timeout 5 --prefix x"}) {
-        const Outcome outcome = shell("LD_LIBRARY_PATH=$PWD sorvel " + microphone);
+        // The C library keeps what dlerror() told where the leak sanitizer does not always look.
+        const Outcome outcome =
+            shell("ASAN_OPTIONS=detect_leaks=0 LD_LIBRARY_PATH=$PWD sorvel " + microphone);
         EXPECT_EQ(outcome.status, 2) << microphone;
         EXPECT_THAT(outcome.err, AllOf(HasSubstr("libcubeb.so.0"), HasSubstr("; install libcubeb0\n")));
         EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
