@@ -175,7 +175,8 @@ const char* Transmitter::obstacle() const {
         return "Error: the payload and its ECC bytes exceed the 255 bytes of a code word - use a shorter "
                "payload\n";
     if (m_settings.makesOnlyTones) return nullptr;
-    if (!(m_settings.sampleRate > 0.0F) || !(m_settings.sampleRateOut > 0.0F) ||
+    // Of a rate next to nothing a bin is nothing.
+    if (!(m_settings.hzPerBin > 0.0F) || !(m_settings.sampleRateOut > 0.0F) ||
         !std::isfinite(m_settings.sampleRateOut) ||
         !std::isfinite(bitFreq(m_protocol, 16 * m_protocol.bytesPerTx, m_settings.hzPerBin)))
         return "Error: operating and playback sample rates must be above 0 Hz and finite to transmit\n";

@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <limits>
 
 using testing::HasSubstr;
 
@@ -187,6 +188,17 @@ TEST_F(Transmitter, DescribesWhatItRefusesAndDropsWhatWasQueued) {
     EXPECT_EQ(receiver.encode(), 0U);
     const std::string disabled = "Tx is disabled - cannot transmit data with this GGWave instance\n";
     EXPECT_EQ(log.take(), disabled + disabled);
+
+    for (const float rate :
+         {0.0F, -48000.0F, std::numeric_limits<float>::denorm_min(), std::numeric_limits<float>::infinity(),
+          std::numeric_limits<float>::quiet_NaN()}) {
+        ggwave_Parameters parameters = sending(13);
+        parameters.sampleRate = parameters.sampleRateOut = rate;
+        GGWave rateless(parameters);
+        EXPECT_TRUE(rateless.init("x", 12, 50));
+        EXPECT_EQ(rateless.encode(), 0U) << rate;
+        EXPECT_THAT(log.take(), HasSubstr("must be above 0 Hz and finite to transmit")) << rate;
+    }
 
     GGWave longest(sending(184)); // 184 + 72 bytes fill no code word of 255
     EXPECT_TRUE(longest.init("x", 12, 50));
