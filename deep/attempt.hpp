@@ -53,6 +53,7 @@ public:
     int step(SampleView samples) noexcept;
     static constexpr int kMostPerStep_us = 1020;
     bool isFinished() const noexcept { return m_stage == Stage::Done; }
+    Effort effort() const noexcept { return m_effort; } ///< of the latest `begin`
     const std::optional<Found>& found() const noexcept { return m_found; }
 
 private:

@@ -96,7 +96,6 @@ private:
     Allowance* m_paidBy = &m_steadyAllowance; // the attempt under way
     Work m_work = Work::None;
     Candidate m_current;
-    bool m_isFull = false; // the attempt at it
     float m_inVain = 0.0F; // strength of the strongest candidate of late that came to nothing, fading
     std::optional<Candidate> m_waiting;   // for a quick attempt
     std::optional<Candidate> m_deferred;  // the best so far, for a full one
@@ -239,7 +238,6 @@ bool Receiver::Parts::beginNext() noexcept {
 
 void Receiver::Parts::beginSteady(Attempt::Effort effort) noexcept {
     m_attempt.begin(endOfRow(m_current.row), {m_current.shifts.data(), m_current.shiftCount}, effort);
-    m_isFull = effort == Attempt::Effort::Full;
     m_paidBy = &m_steadyAllowance;
     m_work = Work::Steady;
 }
@@ -248,7 +246,7 @@ void Receiver::Parts::endSteady() noexcept {
     m_work = Work::None;
     const auto& found = m_attempt.found();
     if (!found) {
-        if (m_isFull) m_inVain = std::max(m_inVain, m_current.strength);
+        if (m_attempt.effort() == Attempt::Effort::Full) m_inVain = std::max(m_inVain, m_current.strength);
         return;
     }
     m_lastStrength = m_current.strength;

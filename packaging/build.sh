@@ -1,5 +1,5 @@
 #!/bin/sh
-# Builds the Debian packages into a folder: build.sh FOLDER. Of one commit they are the same bytes each time.
+# Builds the Debian packages into a folder: build.sh FOLDER. Nothing of when that is goes into them.
 set -eu
 source=$(cd "$(dirname "$0")/.." && pwd)
 mkdir -p "$1"

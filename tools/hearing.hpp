@@ -52,8 +52,8 @@ public:
 
 /// Goes through recordings, one after another, with a receiver of its own.
 ///
-/// Of several channels it hears one, see ChannelReader. The deep receiver hears both of two in a file: it
-/// hears further down in noise than any look at the channels could tell them apart.
+/// Of several channels it hears one, see ChannelReader. The deep receiver hears both of two in a file, so
+/// that nothing depends on telling them apart in its noise.
 ///
 /// Any number may be at work, each on a thread of its own, of which only one may hear what is no
 /// regular file.
