@@ -108,12 +108,11 @@ def delays(records):
 
 
 def page(parts, records, groups, plan):
-    load = f"{os.getloadavg()[0]:.1f} at the end"
     wrong = sum(record["wrong"] for record in records)
     lines = ["# Hearing", "",
-             "Made by `make hearing` (bench/hearing/report.py); every figure was measured in that run, and nothing is",
-             f"written by hand. {datetime.date.today()}, {os.cpu_count()} processors, load {load}; {plan.trials} trials a",
-             "point; draws that no setting was tuned on.", "",
+             "Made by `make hearing` (bench/hearing/report.py): all figures are of one build of the program, in one or several",
+             f"sittings, and nothing is written by hand. {datetime.date.today()}, {os.cpu_count()} processors; {plan.trials}",
+             "trials a point of the curves; draws that no setting was tuned on.", "",
              "All receivers hear the same simulated air (bench/hearing). The signal-to-noise ratio is the power of both tones",
              "together, as they arrive, over that of the noise from 18.0 to 19.5 kHz. The classic receiver hears through its",
              "real path, conversion to 96 kHz and 16 bits; the deep one at the microphone's rate.", "",
